@@ -1,0 +1,150 @@
+#include "engine/intdata.h"
+
+#include <cmath>
+#include <vector>
+
+#include "engine/kernels.h"
+#include "engine/lapack.h"
+#include "input/values.h"
+#include "util/matrix.h"
+
+namespace ictvcf {
+
+void getintegratedata(const ParameterSet& p, const DushinData& v, std::int64_t nstart,
+                      std::int64_t nend, cplx* usqrt, cplx* f, bool keep_imaginary) {
+  const int n = v.nmode;
+  if (n <= 0 || nend < nstart) return;
+  const double beta = kelvin_per_hartree / p.temp;
+  const cplx I(0.0, 1.0);
+  const auto& s = v.s;
+  const auto& d = v.d;
+
+  // Work arrays, created once for the whole call.
+  Vector<cplx> work1(n), work2(n);
+  Vector<int> ipiv1(n), ipiv2(n);
+  Vector<double> ag(n), bg(n), g(n);
+  Vector<cplx> ae(n), be(n), e(n), ed(n);
+  Matrix<cplx> staes(n, n), stbes(n, n), a(n, n), b(n, n), bpa(n, n), bma(n, n);
+  Matrix<cplx> tempmatrix1(n, n), tempmatrix2(n, n);
+  Vector<cplx> usqrtdet(n);
+  Matrix<cplx> invk11(n, n), invk12(n, n);
+  Vector<cplx> sted(n), invbmasted(n);
+  Matrix<cplx> invbma(n, n), stes(n, n);
+  Matrix<cplx> trginvk(n, n), hinvkf(n, n), invkftginvkf(n, n), intsum(n, n);
+
+  for (std::int64_t q = nstart; q <= nend; ++q) {
+    const std::size_t m = static_cast<std::size_t>(q - nstart);
+    // Time zero is singular; it is taken at dt * 1e-5. The two states run in opposite
+    // directions of time: state 1 at +t, state 2 at the complex time z = -t - i beta.
+    const double t = q == 0 ? p.dt * 1e-05 : p.dt * static_cast<double>(q);
+    const cplx z(-t, -beta);
+
+    for (int j = 1; j <= n; ++j) {
+      ag(j) = v.omegag(j) / std::sin(v.omegag(j) * t);
+      ae(j) = v.omegae(j) / std::sin(v.omegae(j) * z);
+      bg(j) = v.omegag(j) / std::tan(v.omegag(j) * t);
+      be(j) = std::cos(v.omegae(j) * z) * ae(j);
+      g(j) = bg(j) - ag(j);
+      e(j) = be(j) - ae(j);
+      ed(j) = d(j) * e(j);
+    }
+
+    // S^T diag(ae) S and S^T diag(be) S, lower triangle summed, upper mirrored.
+    for (int j = 1; j <= n; ++j)
+      for (int k = 1; k <= j; ++k) {
+        cplx sa(0.0, 0.0), sb(0.0, 0.0);
+        for (int l = 1; l <= n; ++l) {
+          sa += s(l, j) * ae(l) * s(l, k);
+          sb += s(l, j) * be(l) * s(l, k);
+        }
+        staes(j, k) = staes(k, j) = sa;
+        stbes(j, k) = stbes(k, j) = sb;
+      }
+    a = staes;
+    b = stbes;
+    for (int j = 1; j <= n; ++j) {
+      a(j, j) += ag(j);
+      b(j, j) += bg(j);
+    }
+    for (int j = 1; j <= n; ++j)
+      for (int k = 1; k <= j; ++k) {
+        bpa(j, k) = bpa(k, j) = b(j, k) + a(j, k);
+        bma(j, k) = bma(k, j) = b(j, k) - a(j, k);
+      }
+    tempmatrix1 = bpa;
+    tempmatrix2 = bma;
+
+    int info = 0;
+    zgetrf_(&n, &n, tempmatrix1.ptr(), &n, ipiv1.data(), &info);
+    zgetrf_(&n, &n, tempmatrix2.ptr(), &n, ipiv2.data(), &info);
+
+    // det(diag(ag)) det(diag(ae)) / (det(b+a) det(b-a)), as a scaled product whose sign comes
+    // from the row interchanges of both factorisations.
+    for (int j = 1; j <= n; ++j)
+      usqrtdet(j) = (ag(j) * ae(j)) / tempmatrix1(j, j) / tempmatrix2(j, j);
+    cplx det[2];
+    zdetm(usqrtdet.data(), n, det);
+    for (int j = 1; j <= n; ++j)
+      if (ipiv1(j) != j) det[0] = -det[0];
+    for (int j = 1; j <= n; ++j)
+      if (ipiv2(j) != j) det[0] = -det[0];
+    usqrt[m] =
+        v.invz2det[0] * det[0] * std::pow(cplx(10.0, 0.0), cplx(v.invz2det[1], 0.0) + det[1]);
+
+    zgetri_(&n, tempmatrix1.ptr(), &n, ipiv1.data(), work1.data(), &n, &info);
+    zgetri_(&n, tempmatrix2.ptr(), &n, ipiv2.data(), work2.data(), &n, &info);
+
+    // (b+a)^-1 b (b-a)^-1 and (b-a)^-1 a (b+a)^-1
+    zsymm3(n, tempmatrix1.ptr(), b.ptr(), tempmatrix2.ptr(), invk11.ptr());
+    zsymm3(n, tempmatrix2.ptr(), a.ptr(), tempmatrix1.ptr(), invk12.ptr());
+
+    for (int j = 1; j <= n; ++j) {
+      sted(j) = 0.0;
+      for (int l = 1; l <= n; ++l) sted(j) += s(l, j) * d(l) * e(l);
+    }
+    invbma = tempmatrix2;
+    for (int j = 1; j <= n; ++j) {
+      invbmasted(j) = 0.0;
+      for (int l = 1; l <= n; ++l) invbmasted(j) += invbma(j, l) * sted(l);
+    }
+    for (int j = 1; j <= n; ++j)
+      for (int k = 1; k <= j; ++k) {
+        cplx se(0.0, 0.0);
+        for (int l = 1; l <= n; ++l) se += s(l, j) * e(l) * s(l, k);
+        stes(j, k) = stes(k, j) = se;
+      }
+
+    cplx phase(0.0, 0.0), dd(0.0, 0.0);
+    for (int l = 1; l <= n; ++l) phase += d(l) * d(l) * e(l);
+    for (int l = 1; l <= n; ++l) dd += sted(l) * invbmasted(l);
+    phase -= dd;
+    const cplx X = std::exp(I * phase);
+
+    cplx sum(0.0, 0.0);
+    for (int j = 1; j <= n; ++j)
+      for (int k = 1; k <= j; ++k) {
+        if (!v.iscal(j, k)) continue;
+        cplx s1(0.0, 0.0), s2(0.0, 0.0), s3(0.0, 0.0), s4(0.0, 0.0);
+        for (int l = 1; l <= n; ++l) {
+          s1 += staes(j, l) * invk11(l, k);
+          s2 += stbes(j, l) * invk12(l, k);
+          s3 += staes(j, l) * invk12(l, k);
+          s4 += stbes(j, l) * invk11(l, k);
+        }
+        trginvk(j, k) = ag(k) * s3 + bg(k) * s2 - bg(k) * s1 - ag(k) * s4;
+        hinvkf(j, k) = g(k) * sted(j) * invbmasted(k);
+        cplx qj(0.0, 0.0);
+        for (int l = 1; l <= n; ++l) qj += stes(j, l) * invbmasted(l);
+        invkftginvkf(j, k) = g(k) * invbmasted(k) * qj;
+        intsum(j, k) = invkftginvkf(j, k) + I * trginvk(j, k) - hinvkf(j, k);
+        intsum(j, k) = intsum(j, k) * X;
+        if (j == k)
+          sum += v.r(j, j) * intsum(j, j);
+        else
+          sum += 2.0 * v.r(j, k) * intsum(j, k);
+      }
+    f[m] = keep_imaginary ? sum : cplx(sum.real(), 0.0);
+  }
+}
+
+}  // namespace ictvcf

@@ -1,0 +1,93 @@
+#include <iostream>
+#include <new>
+#include <string>
+
+#include "run/run.h"
+#include "util/errors.h"
+
+namespace ictvcf {
+
+namespace {
+
+const char* const kUsage =
+    "usage: ictvcf INPUT\n"
+    "       ictvcf rate INPUT\n"
+    "       ictvcf --help | --version\n"
+    "\n"
+    "Computes the thermal vibration correlation function of the internal-conversion rate\n"
+    "between two electronic states from the &ic_tvcf block of INPUT, and writes the log and\n"
+    "the correlation-function table named there. 'ictvcf rate INPUT' also integrates it into\n"
+    "the rate constant k_IC.\n"
+    "\n"
+    "The block, one 'name = value [unit]' per line (units: fs, ps, au, a.u., eV, cm-1, K,\n"
+    "debye; energies default to hartree, times to atomic units):\n"
+    "  &ic_tvcf\n"
+    "   dsfile = dushin.dat      Duschinsky data file (frequencies, displacements, matrices)\n"
+    "   dushtype = 1             1: block layout; other: column layout with fort.2\n"
+    "   coulfile = nacme.dat     coupling file, one coupling per normal mode\n"
+    "   electyp = GAUSSIAN       kind of coupling file (reported only)\n"
+    "   if_dcoupl = .false.      also read derivative couplings from dcouplfile\n"
+    "   ftfile = ic_tvcf.dat     correlation-function table\n"
+    "   ftbin = .false.          write the table in binary\n"
+    "   logfile = log            log file\n"
+    "   temp = 300 K             temperature\n"
+    "   tmin, tmax, dt           time grid (nt = (tmax - tmin)/dt steps each side of t = 0)\n"
+    "   ead, evert               adiabatic and vertical energy gaps\n"
+    "   mode = 0                 single coupled mode (0: all)\n"
+    "   n3all = .false.          keep the six translations and rotations as modes\n"
+    "   d12, dush12 = 2          use state 1's (1) or state 2's displacement / matrix\n"
+    "   dushin = .true.          read the Duschinsky matrices (false: identity)\n"
+    "   samefreq, samed, samemode, freqscale, dscale   adjust the modes as read\n"
+    "   isgauss, broadentype, degauss, fwhm, fwhm_w, fwhm_t, fwhmt, lifetime, fwhm_n\n"
+    "                            line broadening (used by 'ictvcf rate')\n"
+    "   debug = .false.          time stamps in the log\n"
+    "  /\n"
+    "See README.md for every parameter and the file layouts.\n";
+
+}  // namespace
+
+int run_rate(const std::string& infile);
+
+int main_entry(int argc, char** argv) {
+  const std::string first = argc > 1 ? argv[1] : "";
+  if (argc < 2) {
+    std::cerr << kUsage;
+    return 2;
+  }
+  if (first == "--help") {
+    std::cout << kUsage;
+    return 0;
+  }
+  if (first == "--version") {
+    std::cout << "ictvcf " << ICTVCF_VERSION << '\n';
+    return 0;
+  }
+  try {
+    if (first == "rate") {
+      if (argc < 3) {
+        std::cerr << kUsage;
+        return 2;
+      }
+      return run_rate(argv[2]);
+    }
+    run(first);
+  } catch (const StopRun& e) {
+    std::cout << e.out << std::flush;
+    return e.status;
+  } catch (const IoError& e) {
+    std::cout.flush();
+    std::cerr << describe(e) << '\n';
+    return 2;
+  } catch (const FatalError& e) {
+    std::cout.flush();
+    std::cerr << e.what() << '\n';
+    return e.status;
+  } catch (const std::bad_alloc&) {
+    std::cout.flush();
+    std::cerr << "Allocation would exceed memory limit\n";
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace ictvcf

@@ -1,0 +1,29 @@
+// End-to-end comparison of a run against a case's expected results: exit status, standard
+// output and leftover dot-files exactly, the log line by line with the values of the time stamps
+// masked, and the correlation-function table within a tolerance scaled to its largest value
+// (the t = 0 row, where the propagators nearly cancel, with its own tolerance).
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ictvcf::testing {
+
+struct TableCompare {
+  bool ok = false;
+  std::string why;
+  double worst = 0.0;  // largest scaled difference found
+};
+
+// Compares two tables, text (with the "#time(fs)" header) or binary.
+TableCompare compare_tables(const std::string& expected_path, const std::string& actual_path,
+                            double rtol, double t0_rtol);
+
+// Runs `exe` on the case directory `case_dir` (inputs, `cmd`, `expected/`) in a scratch copy and
+// returns the list of differences (empty: the case passes). `args_prefix` goes before the input
+// name (e.g. "mpirun -np 2").
+std::vector<std::string> check_case(const std::string& exe, const std::string& case_dir,
+                                    double rtol = 1e-8, double t0_rtol = 1e-5,
+                                    const std::string& launcher = "");
+
+}  // namespace ictvcf::testing

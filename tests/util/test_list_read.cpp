@@ -1,0 +1,385 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/io_tables.h"
+#include "util/list_read.h"
+#include "util/text_file.h"
+
+namespace ictvcf {
+namespace {
+
+using testing::barred_records;
+using testing::hex_double;
+using testing::load_table;
+using testing::rtrim;
+using testing::split;
+using testing::status_name;
+using testing::status_of_iostat;
+using testing::without_decimals;
+
+const std::string kData = ICTVCF_TEST_DATA;
+
+// ---------------------------------------------------------------------------------------------
+// list-directed-read.tsv: the records are read by one or more READs ("i,d;l" is two READs), each
+// item into a variable holding a known value first, so that "unchanged" can be told. Logicals
+// have no spare value: the case runs twice, starting from F and from T.
+
+struct CaseOutcome {
+  std::vector<std::vector<std::string>> shown;  // per READ, per item
+  LdStatus status = LdStatus::ok;
+  std::string message;
+};
+
+CaseOutcome run_list_case(const std::vector<std::string>& records,
+                          const std::vector<std::vector<std::string>>& reads, bool logical_start) {
+  TextFile f = text_file_from("case.dat", records);
+  CaseOutcome out;
+  for (const auto& items : reads) {
+    ListReader rd(f);
+    std::vector<std::string> shown;
+    LdStatus first = LdStatus::ok;
+    for (const std::string& it : items) {
+      LdStatus s;
+      if (it == "i") {
+        std::int32_t v = -999;
+        s = rd.read(v);
+        shown.push_back(v == -999 ? "unchanged" : std::to_string(v));
+      } else if (it == "i8") {
+        std::int64_t v = -999;
+        s = rd.read(v);
+        shown.push_back(v == -999 ? "unchanged" : std::to_string(v));
+      } else if (it == "d") {
+        double v = -999;
+        s = rd.read(v);
+        shown.push_back(std::bit_cast<std::uint64_t>(v) == std::bit_cast<std::uint64_t>(-999.0)
+                            ? "unchanged"
+                            : hex_double(v));
+      } else if (it == "l") {
+        bool v = logical_start;
+        s = rd.read(v);
+        shown.push_back(v ? "T" : "F");
+      } else {
+        const std::size_t len = std::stoul(it.substr(1));
+        std::string v = "UNSET";
+        v.resize(len, ' ');
+        s = rd.read_text(v, len);
+        EXPECT_EQ(v.size(), len);
+        shown.push_back(rtrim(v) == "UNSET" ? "unchanged" : "|" + rtrim(v) + "|");
+      }
+      // Once an item fails, every later item of the READ reports the same failure.
+      if (first != LdStatus::ok) {
+        EXPECT_STREQ(status_name(s), status_name(first)) << "item " << it;
+      }
+      if (first == LdStatus::ok) first = s;
+    }
+    out.shown.push_back(shown);
+    out.status = first;
+    out.message = rd.message();
+    if (first != LdStatus::ok) break;
+  }
+  return out;
+}
+
+TEST(ListDirectedRead, EveryRowOfTheTable) {
+  const auto rows = load_table(kData + "/list-directed-read.tsv");
+  ASSERT_GE(rows.size(), 100u);
+  for (const auto& row : rows) {
+    SCOPED_TRACE("list-directed-read.tsv line " + std::to_string(row.line) + ": " + row["items"] +
+                 " " + row["records"] + " (" + row["note"] + ")");
+    std::vector<std::vector<std::string>> reads;
+    for (const std::string& r : split(row["items"], ';')) reads.push_back(split(r, ','));
+    const auto records = barred_records(row["records"]);
+
+    const CaseOutcome from_f = run_list_case(records, reads, false);
+    const CaseOutcome from_t = run_list_case(records, reads, true);
+    std::string shown;
+    for (std::size_t r = 0; r < from_f.shown.size(); ++r) {
+      if (r > 0) shown += "; ";
+      for (std::size_t k = 0; k < from_f.shown[r].size(); ++k) {
+        std::string a = from_f.shown[r][k];
+        const std::string& b = from_t.shown[r][k];
+        if (reads[r][k] == "l" && a != b) a = (a == "F" && b == "T") ? "unchanged" : "(differs)";
+        if (k > 0) shown += ", ";
+        shown += a;
+      }
+    }
+    EXPECT_EQ(shown, without_decimals(row["values_read"]));
+    const LdStatus want = status_of_iostat(row["iostat"]);
+    EXPECT_STREQ(status_name(from_f.status), status_name(want));
+    if (want != LdStatus::ok) {
+      EXPECT_EQ(from_f.message, row["iomsg"]);
+    }
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// formatted-read.tsv: one record through Fw.d; a short record is padded with blanks, a long one
+// gives its first w characters.
+
+TEST(FormattedRead, EveryRowOfTheTable) {
+  const auto rows = load_table(kData + "/formatted-read.tsv");
+  ASSERT_GE(rows.size(), 15u);
+  for (const auto& row : rows) {
+    SCOPED_TRACE("formatted-read.tsv line " + std::to_string(row.line) + ": " + row["descriptor"] +
+                 " " + row["record"] + " (" + row["note"] + ")");
+    const std::string& desc = row["descriptor"];
+    ASSERT_EQ(desc[0], 'F');
+    const std::size_t dot = desc.find('.');
+    const std::size_t w = std::stoul(desc.substr(1, dot - 1));
+    const int d = std::stoi(desc.substr(dot + 1));
+    std::string field = barred_records(row["record"]).at(0).substr(0, w);
+    field.resize(w, ' ');
+
+    double v = -999;
+    const LdStatus s = read_f(field, d, v);
+    const std::string shown =
+        std::bit_cast<std::uint64_t>(v) == std::bit_cast<std::uint64_t>(-999.0) ? "unchanged"
+                                                                                : hex_double(v);
+    EXPECT_EQ(shown, without_decimals(row["value_read"]));
+    EXPECT_STREQ(status_name(s), status_name(status_of_iostat(row["iostat"])));
+  }
+}
+
+TEST(FormattedRead, ImpliedDecimalsExponentsAndSpecialValues) {
+  double v = -999;
+  EXPECT_EQ(read_f("  123E1", 2, v), LdStatus::ok);  // 1.23 then the exponent
+  EXPECT_EQ(v, 12.3);
+  EXPECT_EQ(read_f("    -  ", 0, v), LdStatus::ok);  // a sign alone is zero
+  EXPECT_EQ(v, 0.0);
+  EXPECT_EQ(read_f(" -Inf  ", 0, v), LdStatus::ok);
+  EXPECT_EQ(v, -INFINITY);
+  EXPECT_EQ(read_f("  NaN  ", 0, v), LdStatus::ok);
+  EXPECT_TRUE(std::isnan(v));
+  v = -999;
+  for (const char* bad :
+       {"   .   ", "  1.5e ", "  1.5e+", " 1.2.3 ", " 1,5   ", "  --1  ", "  0x10 "})
+    EXPECT_EQ(read_f(bad, 2, v), LdStatus::bad_value) << bad;
+  EXPECT_EQ(v, -999);
+  // An exponent far outside the range of doubles still gives a clean result.
+  EXPECT_EQ(read_f("1e999999999999999999", 0, v), LdStatus::ok);
+  EXPECT_EQ(v, INFINITY);
+  EXPECT_EQ(read_f("1e-99999999999999999", 0, v), LdStatus::ok);
+  EXPECT_EQ(v, 0.0);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Behaviour the table cannot show: where the next READ starts, line numbers, limits.
+
+TEST(ListRead, EachReadTakesWholeRecordsAndReportsItsLine) {
+  TextFile f = text_file_from("in.dat", {"1 2 3", "", "  ", "4", "5 x", "6"});
+  std::int32_t a = 0, b = 0;
+  {
+    ListReader rd(f);  // one item: the rest of "1 2 3" is discarded when the READ ends
+    EXPECT_EQ(rd.read(a), LdStatus::ok);
+  }
+  EXPECT_EQ(f.next, 1u);
+  {
+    ListReader rd(f);  // skips the empty and blank records, then fails on line 5
+    EXPECT_EQ(rd.read(a), LdStatus::ok);
+    EXPECT_EQ(rd.read(b), LdStatus::ok);
+    EXPECT_EQ(rd.read(b), LdStatus::bad_value);
+    EXPECT_EQ(rd.message(), "Bad integer for item 3 in list input");
+    EXPECT_EQ(rd.line(), 5);
+  }
+  EXPECT_EQ(a, 4);
+  EXPECT_EQ(b, 5);
+  EXPECT_EQ(f.line_of_last(), 5);
+  {
+    ListReader rd(f);  // a READ of no items still takes one record
+  }
+  EXPECT_EQ(f.next, 6u);
+  ListReader rd(f);
+  EXPECT_EQ(rd.read(a), LdStatus::end_of_file);
+  EXPECT_EQ(rd.message(), "End of file");
+  rd.finish();
+  EXPECT_EQ(f.next, 6u);
+}
+
+TEST(ListRead, RepeatCounts) {
+  TextFile f = text_file_from("in.dat", {"2*7 3*x", "next", "0*5", "99999999999*1", "3*1"});
+  std::int32_t i = 0;
+  double d = 0;
+  std::string s;
+  {
+    ListReader rd(f);  // one repeated value serves items of different types
+    EXPECT_EQ(rd.read(i), LdStatus::ok);
+    EXPECT_EQ(rd.read(d), LdStatus::ok);
+    EXPECT_EQ(rd.read_text(s, 3), LdStatus::ok);
+    EXPECT_EQ(rd.skip_text(), LdStatus::ok);
+    EXPECT_EQ(i, 7);
+    EXPECT_EQ(d, 7.0);
+    EXPECT_EQ(s, "x  ");
+  }
+  {
+    ListReader rd(f);  // the third copy of x does not carry into the next READ
+    EXPECT_EQ(rd.read_text(s, 4), LdStatus::ok);
+    EXPECT_EQ(s, "next");
+  }
+  {
+    ListReader rd(f);
+    EXPECT_EQ(rd.read(i), LdStatus::bad_value);
+    EXPECT_EQ(rd.message(), "Zero repeat count in item 1 of list input");
+  }
+  {
+    ListReader rd(f);
+    EXPECT_EQ(rd.read(i), LdStatus::bad_value);
+    EXPECT_EQ(rd.message(), "Repeat count overflow in item 1 of list input");
+  }
+  ListReader rd(f);
+  std::int32_t v[5] = {0, 0, 0, 0, 0};
+  for (auto& x : v) rd.read(x);
+  EXPECT_EQ(rd.message(), "End of file");
+  EXPECT_EQ(v[2], 1);
+  EXPECT_EQ(v[3], 0);
+}
+
+TEST(ListRead, IntegerLimitsAndBadStrings) {
+  TextFile f = text_file_from(
+      "in.dat", {"-2147483648 -2147483649", "-9223372036854775808 9223372036854775808", "'ab'cd",
+                 std::string("a\0b", 3)});
+  std::int32_t i = 0;
+  std::int64_t l = 0;
+  std::string s;
+  {
+    ListReader rd(f);
+    EXPECT_EQ(rd.read(i), LdStatus::ok);
+    EXPECT_EQ(i, INT32_MIN);
+    EXPECT_EQ(rd.read(i), LdStatus::bad_value);
+    EXPECT_EQ(rd.message(), "Integer overflow while reading item 2");
+  }
+  {
+    ListReader rd(f);
+    EXPECT_EQ(rd.read(l), LdStatus::ok);
+    EXPECT_EQ(l, INT64_MIN);
+    EXPECT_EQ(rd.read(l), LdStatus::bad_value);
+    EXPECT_EQ(rd.message(), "Integer overflow while reading item 2");
+  }
+  {
+    ListReader rd(f);  // a closing quote must be followed by a separator
+    EXPECT_EQ(rd.read_text(s, 5), LdStatus::bad_value);
+    EXPECT_EQ(rd.message(), "Bad string in item 1 of list input");
+  }
+  ListReader rd(f);  // a NUL byte is an ordinary character of unquoted text
+  EXPECT_EQ(rd.read_text(s, 4), LdStatus::ok);
+  EXPECT_EQ(s, std::string("a\0b ", 4));
+}
+
+TEST(ListRead, LongRecordsAndLongValues) {
+  std::string many;
+  for (int k = 0; k < 25000; ++k) many += "1.5 ";  // 100000 characters
+  const std::string quoted = "'" + std::string(99998, 'q') + "'";
+  const std::string digits(100000, '7');
+  const std::string tiny = "0." + std::string(99990, '0') + "15e99991";  // 1.5 after all
+  TextFile f = text_file_from("in.dat", {many, quoted, digits, tiny, "1e" + digits});
+  double sum = 0;
+  {
+    ListReader rd(f);
+    for (int k = 0; k < 25000; ++k) {
+      double v = 0;
+      ASSERT_EQ(rd.read(v), LdStatus::ok);
+      sum += v;
+    }
+  }
+  EXPECT_EQ(sum, 37500.0);
+  std::string s;
+  {
+    ListReader rd(f);
+    EXPECT_EQ(rd.read_text(s, 100000), LdStatus::ok);
+    EXPECT_EQ(s, std::string(99998, 'q') + "  ");
+  }
+  {
+    ListReader rd(f);
+    std::int64_t l = 0;
+    EXPECT_EQ(rd.read(l), LdStatus::bad_value);
+    EXPECT_EQ(rd.message(), "Integer overflow while reading item 1");
+  }
+  double v = 0;
+  {
+    ListReader rd(f);
+    EXPECT_EQ(rd.read(v), LdStatus::ok);
+    EXPECT_EQ(v, 1.5);
+  }
+  ListReader rd(f);
+  EXPECT_EQ(rd.read(v), LdStatus::ok);
+  EXPECT_EQ(v, INFINITY);
+}
+
+TEST(ListRead, QuotedValueOverManyRecords) {
+  std::vector<std::string> records = {"  'it''s"};
+  for (int k = 0; k < 2000; ++k) records.push_back("");
+  for (int k = 0; k < 1000; ++k) records.push_back(" x");
+  records.back() += "' 42";
+  TextFile f = text_file_from("in.dat", records);
+  ListReader rd(f);
+  std::string s;
+  std::int32_t i = 0;
+  EXPECT_EQ(rd.read_text(s, 3000), LdStatus::ok);
+  std::string want = "it's";
+  for (int k = 0; k < 1000; ++k) want += " x";
+  want.resize(3000, ' ');
+  EXPECT_EQ(s, want);
+  EXPECT_EQ(rd.read(i), LdStatus::ok);
+  EXPECT_EQ(i, 42);
+  EXPECT_EQ(rd.line(), 3001);
+}
+
+// Arbitrary bytes must give values or failures, never a crash, a read out of range or a hang.
+TEST(ListRead, SurvivesArbitraryBytes) {
+  static constexpr char kBytes[] = "0123456789+-.eEdDqQ*/,'\" \t\rtTfFnNaIi!&$=x\0\xff";
+  const std::string alphabet(kBytes, sizeof kBytes - 1);
+  std::mt19937 rng(12345);
+  for (int trial = 0; trial < 400; ++trial) {
+    std::vector<std::string> records(1 + rng() % 6);
+    for (auto& r : records) {
+      const std::size_t n = rng() % 40;
+      for (std::size_t k = 0; k < n; ++k)
+        r += (trial % 2) ? alphabet[rng() % alphabet.size()] : static_cast<char>(rng() % 256);
+    }
+    TextFile f = text_file_from("junk.dat", records);
+    for (int reads = 0; reads < 20 && !f.at_end(); ++reads) {
+      const std::size_t before = f.next;
+      ListReader rd(f);
+      std::int32_t i = 0;
+      std::int64_t l = 0;
+      double d = 0;
+      bool b = false;
+      std::string s(7, ' ');
+      for (int k = 0; k < 8; ++k) {
+        switch ((trial + k) % 6) {
+          case 0:
+            rd.read(i);
+            break;
+          case 1:
+            rd.read(l);
+            break;
+          case 2:
+            rd.read(d);
+            break;
+          case 3:
+            rd.read(b);
+            break;
+          case 4:
+            rd.read_text(s, 7);
+            EXPECT_EQ(s.size(), 7u);
+            break;
+          default:
+            rd.skip_text();
+        }
+        EXPECT_GE(rd.line(), 1);
+        EXPECT_LE(rd.line(), static_cast<long>(records.size()));
+      }
+      rd.finish();
+      ASSERT_GT(f.next, before);
+      ASSERT_LE(f.next, records.size());
+    }
+  }
+}
+
+}  // namespace
+}  // namespace ictvcf
