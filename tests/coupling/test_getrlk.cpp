@@ -66,8 +66,9 @@ TEST(Getrlk, N3allCountMismatchSetsExitAfterReading) {
   p.n3all = true;
   DushinData v = three_modes(true);
   ::testing::internal::CaptureStdout();
-  run(p, v, {"x 5", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 1", " 2 A x y 2",
-             " 3 A x y 3"});
+  run(p, v,
+      {"x 5", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 1", " 2 A x y 2",
+       " 3 A x y 3"});
   EXPECT_EQ(::testing::internal::GetCapturedStdout(),
             "For n3all = .true. case, number of modes in nacme.out should be equal to n3\nExit!\n");
   EXPECT_EQ(p.is_exit, 1);
@@ -131,8 +132,9 @@ TEST(Getrlk, ModeNumberOutsideTheListIsAClearError) {
   DushinData v = three_modes();
   v.order(2, 1) = 12;
   try {
-    run(p, v, {"n 3", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 0.1", " 2 A x y 0.2",
-               " 3 A x y 0.3"});
+    run(p, v,
+        {"n 3", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 0.1", " 2 A x y 0.2",
+         " 3 A x y 0.3"});
     FAIL();
   } catch (const IoError& e) {
     EXPECT_NE(std::string(e.what()).find("numbered 12"), std::string::npos);
@@ -154,8 +156,9 @@ TEST(Getrlk, DerivativeCouplingsScatterThroughOrder) {
   p.if_dcoupl = true;
   p.dcouplfile = pad("dc.dat", 100);
   DushinData v = three_modes();
-  run(p, v, {"n 3", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 0.1", " 2 A x y 0.2",
-             " 3 A x y 0.3"});
+  run(p, v,
+      {"n 3", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 0.1", " 2 A x y 0.2",
+       " 3 A x y 0.3"});
   // Row 7 of the file (store mode 1) goes to row order(1,1) - 6 = 2.
   EXPECT_EQ(v.dr(2, 2), 7.0);
   EXPECT_EQ(v.dr(3, 3), 8.0);

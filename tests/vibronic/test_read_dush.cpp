@@ -75,7 +75,8 @@ TEST(ReadDush, Layout1ModesMatricesAndLog) {
   EXPECT_NE(log.find(" Calculate D1:\n     imode          Freq(cm-1)             D(a.u.)"
                      "          Huang_Rhys  Reog. Energy(cm-1)\n         2        1000.0000000"),
             std::string::npos);
-  EXPECT_NE(log.find(" Total number is :         2\n Calculate D2:\n         2"), std::string::npos);
+  EXPECT_NE(log.find(" Total number is :         2\n Calculate D2:\n         2"),
+            std::string::npos);
   EXPECT_NE(log.find("   1     10.0000000      9.0000000     19.0000000      1.0000000\n"),
             std::string::npos);
   EXPECT_NE(log.find(" Adiabatic Energy             is:       21947.46307 cm-1\n\n"),
@@ -154,8 +155,7 @@ void expect_io_error(const std::string& file, ParameterSet p, long line) {
 
 TEST(ReadDush, UnreadableOrShortFilesAreInputErrors) {
   expect_io_error("", params(), 1);  // empty file: end of file on the first read
-  expect_io_error(layout1(" 1 m A 500.0 ten | 0.1 1.0 | 480.0 9.0 | 0.2 2.0 8 8\n"), params(),
-                  13);
+  expect_io_error(layout1(" 1 m A 500.0 ten | 0.1 1.0 | 480.0 9.0 | 0.2 2.0 8 8\n"), params(), 13);
   const std::string full = layout1(kModes);
   expect_io_error(full.substr(0, full.find(" row\n") + 5), params(), 17);
   expect_io_error("     6  num of modes\n", params(), 1);  // no vibrational mode
@@ -166,10 +166,9 @@ TEST(ReadDush, UnreadableOrShortFilesAreInputErrors) {
 
 TEST(ReadDush, N3allKeepsAllCoordinatesAndSkipsThreeRecords) {
   ScratchDir dir;
-  write_file("dush.dat",
-             "     2  num of modes\n  BEGIN_OUTPUT_1\n a\n b\n c\n" + kModes +
-                 "  BEGIN_DUSH_DATA_1\n h\n r1\n 0.6 0.8\n r2\n -0.8 0.6\n"
-                 "  BEGIN_DUSH_DATA_2\n h\n r1\n 1 0\n r2\n 0 1\n");
+  write_file("dush.dat", "     2  num of modes\n  BEGIN_OUTPUT_1\n a\n b\n c\n" + kModes +
+                             "  BEGIN_DUSH_DATA_1\n h\n r1\n 0.6 0.8\n r2\n -0.8 0.6\n"
+                             "  BEGIN_DUSH_DATA_2\n h\n r1\n 1 0\n r2\n 0 1\n");
   ParameterSet p = params();
   p.n3all = true;
   p.dush12 = 1;
