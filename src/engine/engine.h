@@ -5,6 +5,7 @@
 #include <complex>
 #include <cstdint>
 
+#include "engine/fast.h"
 #include "input/inputfile.h"
 #include "vibronic/dushindata.h"
 
@@ -12,6 +13,6 @@ namespace ictvcf {
 
 void compute_correlation(const ParameterSet& p, const DushinData& v, std::int64_t nstart,
                          std::int64_t nend, std::complex<double>* usqrt, std::complex<double>* f,
-                         bool keep_imaginary);
+                         bool keep_imaginary, const Progress& progress = {});
 
 }  // namespace ictvcf

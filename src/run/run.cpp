@@ -1,13 +1,16 @@
 #include "run/run.h"
 
 #include <sys/time.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <new>
 
 #include "coupling/getrlk.h"
@@ -155,6 +158,38 @@ std::string stamp_line(const char* label) {
          "." + fmt_i(tv.tv_usec / 1000, 3, 3);
 }
 
+namespace {
+
+// A progress line on standard error for long runs, when standard error is a terminal: time
+// points done, rate and time left, redrawn at most four times a second and erased at the end.
+Progress terminal_progress() {
+  if (!isatty(STDERR_FILENO)) return {};
+  struct State {
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now(), last;
+    bool shown = false;
+  };
+  auto state = std::make_shared<State>();
+  return [state](std::int64_t done, std::int64_t total) {
+    using namespace std::chrono;
+    const auto now = steady_clock::now();
+    if (done >= total) {
+      if (state->shown) std::fprintf(stderr, "\r%*s\r", 72, "");
+      return;
+    }
+    if (now - state->last < milliseconds(250) || now - state->start < milliseconds(500)) return;
+    state->last = now;
+    state->shown = true;
+    const double secs = duration<double>(now - state->start).count();
+    const double rate = done / std::max(secs, 1e-9);
+    const double left = (total - done) / std::max(rate, 1e-9);
+    std::fprintf(stderr, "\rictvcf: %lld/%lld time points, %.1f per second, %.0f s left   ",
+                 static_cast<long long>(done), static_cast<long long>(total), rate, left);
+    std::fflush(stderr);
+  };
+}
+
+}  // namespace
+
 void run(const std::string& infile) {
   ParameterSet p;
   DushinData v;
@@ -174,7 +209,7 @@ void run(const std::string& infile) {
   std::vector<cplx> ft(static_cast<std::size_t>(nt + 1));
 
   thermal_factors(p, v);
-  compute_correlation(p, v, 0, nt, usqrt.data(), ft.data(), false);
+  compute_correlation(p, v, 0, nt, usqrt.data(), ft.data(), false, terminal_progress());
   std::vector<cplx> h_ft = assemble(nt, usqrt, ft, v.sqrtdone);
 
   const std::string table(rtrim(p.ftfile));

@@ -75,8 +75,8 @@ TEST(ClosedForm, TimeZeroIdentityWithRotationAndDistortion) {
 // The scaled determinant, with the sign from the row interchanges of both factorisations, equals
 // the determinant ratio computed independently.
 TEST(Engine, DeterminantTermAndPivotSign) {
-  testing::Loaded l = testing::load_case(std::string(ICTVCF_TEST_PHYSICS) + "/inv_base", "ic.inp",
-                                         " dush12 = 1\n");
+  testing::Loaded l =
+      testing::load_case(std::string(ICTVCF_TEST_PHYSICS) + "/inv_base", "ic.inp", " dush12 = 1\n");
   const DushinData& v = l.v;
   const int n = v.nmode;
   ASSERT_EQ(n, 3);

@@ -1,0 +1,63 @@
+// A synthetic molecule built in memory, for engine tests and the benchmark.
+#pragma once
+
+#include <cmath>
+#include <random>
+
+#include "input/inputfile.h"
+#include "input/values.h"
+#include "run/run.h"
+#include "vibronic/dushindata.h"
+
+namespace ictvcf::testing {
+
+struct System {
+  ParameterSet p;
+  DushinData v;
+};
+
+// A random molecule-like system: frequencies 80-3300 cm-1 with changes of a few percent, Huang-
+// Rhys factors up to about 1, a Duschinsky matrix that is a product of random plane rotations.
+inline System random_system(int n, unsigned seed, double mixing, double temp, int mode,
+                            std::int64_t nt, double dt) {
+  std::mt19937 gen(seed);
+  std::uniform_real_distribution<double> uni(0.0, 1.0);
+  System l;
+  l.p.temp = temp;
+  l.p.dt = dt;
+  l.p.nt = nt;
+  l.v.n3 = n;
+  l.v.nmode = n;
+  allocatedushindata(l.v, nt);
+  DushinData& v = l.v;
+  for (int j = 1; j <= n; ++j) {
+    const double wg = (80.0 + 3200.0 * std::pow(uni(gen), 1.5)) / au2cm;
+    v.omegag(j) = wg;
+    v.omegae(j) = wg * (0.92 + 0.12 * uni(gen));
+    const double hr = uni(gen) < 0.3 ? uni(gen) : 0.02 * uni(gen);
+    v.d(j) = (uni(gen) < 0.5 ? -1.0 : 1.0) * std::sqrt(2.0 * hr / wg);
+    v.rif(j) = 0.03 * (uni(gen) - 0.5);
+  }
+  for (int j = 1; j <= n; ++j)
+    for (int k = 1; k <= n; ++k) v.s(j, k) = j == k ? 1.0 : 0.0;
+  for (int rot = 0; rot < 3 * n; ++rot) {
+    const int a = 1 + static_cast<int>(uni(gen) * n) % n,
+              b = 1 + static_cast<int>(uni(gen) * n) % n;
+    if (a == b) continue;
+    const double th = mixing * (uni(gen) - 0.5), c = std::cos(th), s = std::sin(th);
+    for (int k = 1; k <= n; ++k) {
+      const double x = v.s(a, k), y = v.s(b, k);
+      v.s(a, k) = c * x - s * y;
+      v.s(b, k) = s * x + c * y;
+    }
+  }
+  for (int j = 1; j <= n; ++j)
+    for (int k = 1; k <= n; ++k) {
+      v.r(j, k) = v.rif(j) * v.rif(k);
+      v.iscal(j, k) = mode == 0 || (j == mode && k == mode);
+    }
+  thermal_factors(l.p, l.v);
+  return l;
+}
+
+}  // namespace ictvcf::testing
