@@ -62,15 +62,23 @@ int main_entry(int argc, char** argv) {
     std::cout << "ictvcf " << ICTVCF_VERSION << '\n';
     return 0;
   }
-  try {
-    if (first == "rate") {
-      if (argc < 3) {
-        std::cerr << kUsage;
-        return 2;
-      }
-      return run_rate(argv[2]);
+  if (first == "rate") {
+    if (argc < 3) {
+      std::cerr << kUsage;
+      return 2;
     }
-    run(first);
+    return run_rate(argv[2]);
+  }
+#ifdef ICTVCF_WITH_MPI
+  return run_mpi(first);
+#else
+  return guarded([&] { run(first); });
+#endif
+}
+
+int guarded(const std::function<void()>& body) {
+  try {
+    body();
   } catch (const StopRun& e) {
     std::cout << e.out << std::flush;
     return e.status;

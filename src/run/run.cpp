@@ -158,8 +158,6 @@ std::string stamp_line(const char* label) {
          "." + fmt_i(tv.tv_usec / 1000, 3, 3);
 }
 
-namespace {
-
 // A progress line on standard error for long runs, when standard error is a terminal: time
 // points done, rate and time left, redrawn at most four times a second and erased at the end.
 Progress terminal_progress() {
@@ -188,36 +186,39 @@ Progress terminal_progress() {
   };
 }
 
-}  // namespace
+bool prepare_run(const std::string& infile, RunState& s) {
+  read_run_data(infile, s.p, s.v, s.units, s.log);
+  if (s.p.is_exit != 0) return false;
 
-void run(const std::string& infile) {
-  ParameterSet p;
-  DushinData v;
-  Units units;
-  std::ofstream log;
-  read_run_data(infile, p, v, units, log);
-  if (p.is_exit != 0) return;
-
-  if (p.debug) log << '\n' << stamp_line("Begin:") << "\n\n";
-  const std::int64_t nt = p.nt;
+  if (s.p.debug) s.log << '\n' << stamp_line("Begin:") << "\n\n";
+  const std::int64_t nt = s.p.nt;
   if (nt < 0)
     throw FatalError("ictvcf: the time grid is empty: (tmax - tmin)/dt rounds to nt = " +
                          std::to_string(nt) + "; expected tmax >= tmin and dt > 0",
                      2);
   check_allocation({{2 * nt + 1, 2 * sizeof(cplx)}, {nt + 1, 2 * sizeof(cplx)}});
-  std::vector<cplx> usqrt(static_cast<std::size_t>(nt + 1));
-  std::vector<cplx> ft(static_cast<std::size_t>(nt + 1));
+  thermal_factors(s.p, s.v);
+  return true;
+}
 
-  thermal_factors(p, v);
-  compute_correlation(p, v, 0, nt, usqrt.data(), ft.data(), false, terminal_progress());
-  std::vector<cplx> h_ft = assemble(nt, usqrt, ft, v.sqrtdone);
-
-  const std::string table(rtrim(p.ftfile));
+void finish_run(RunState& s, const std::vector<cplx>& usqrt, const std::vector<cplx>& ft) {
+  const std::int64_t nt = s.p.nt;
+  std::vector<cplx> h_ft = assemble(nt, usqrt, ft, s.v.sqrtdone);
+  const std::string table(rtrim(s.p.ftfile));
   // ("  nt : ",I20), then the table's name list-directed
-  log << "  nt : " << fmt_i(nt, 20) << '\n' << ld_record({table}) << '\n';
-  log.flush();
-  write_table(table, p.ftbin, nt, p.dt, h_ft);
-  if (p.debug) log << '\n' << stamp_line("End:  ") << "\n\n";
+  s.log << "  nt : " << fmt_i(nt, 20) << '\n' << ld_record({table}) << '\n';
+  s.log.flush();
+  write_table(table, s.p.ftbin, nt, s.p.dt, h_ft);
+  if (s.p.debug) s.log << '\n' << stamp_line("End:  ") << "\n\n";
+}
+
+void run(const std::string& infile) {
+  RunState s;
+  if (!prepare_run(infile, s)) return;
+  const std::size_t points = static_cast<std::size_t>(s.p.nt + 1);
+  std::vector<cplx> usqrt(points), ft(points);
+  compute_correlation(s.p, s.v, 0, s.p.nt, usqrt.data(), ft.data(), false, terminal_progress());
+  finish_run(s, usqrt, ft);
 }
 
 }  // namespace ictvcf

@@ -4,10 +4,13 @@
 
 #include <complex>
 #include <cstdint>
+#include <fstream>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "engine/fast.h"
 #include "input/inputfile.h"
 #include "util/files.h"
 #include "vibronic/dushindata.h"
@@ -40,8 +43,32 @@ void write_table(const std::string& name, bool binary, std::int64_t nt, double d
 // A local time stamp line: "Begin:" or "End:  " followed by the date and time.
 std::string stamp_line(const char* label);
 
+// The state of one run between its phases.
+struct RunState {
+  ParameterSet p;
+  DushinData v;
+  Units units;
+  std::ofstream log;
+};
+
+// Reading and checks, up to the thermal factors. False when the run stops after reading.
+bool prepare_run(const std::string& infile, RunState& s);
+
+// From the engine's values at k = 0 .. nt: the square root, the mirror, the log lines, the table.
+void finish_run(RunState& s, const std::vector<std::complex<double>>& usqrt,
+                const std::vector<std::complex<double>>& ft);
+
+// The progress line for long runs (empty when standard error is not a terminal).
+Progress terminal_progress();
+
 // The complete run of `ictvcf INPUT`. Throws StopRun, IoError or FatalError.
 void run(const std::string& infile);
+
+// The run with the time grid split over MPI ranks (builds with MPI only); returns the status.
+int run_mpi(const std::string& infile);
+
+// Runs `body`, turning every error into its message and exit status.
+int guarded(const std::function<void()>& body);
 
 // The command line: `ictvcf INPUT`, `ictvcf rate INPUT`, `--help`, `--version`. Returns the exit
 // status; every error becomes its message and status here.
