@@ -4,6 +4,9 @@
 //
 // usage: ictvcf_bench [n ...]          (default: 48 144 294 594)
 //        ictvcf_bench --seconds S      (time budget per measurement, default 1.5)
+//        ictvcf_bench --write-case DIR NMODE NT
+//                                      (writes a synthetic molecule as input and data files, for
+//                                      timing whole runs such as bench/mpi-scaling.sh)
 #include <omp.h>
 
 #include <chrono>
@@ -72,9 +75,50 @@ double lapack_floor(int n, double budget) {
       budget, 2);
 }
 
+// The synthetic system as the program's files: block-layout Duschinsky file (all coordinates
+// kept as modes), new-layout coupling file and the input block.
+int write_case(const std::string& dir, int n, long long nt) {
+  auto sys = ictvcf::testing::random_system(n, 42u + n, 0.6, 300.0, 0, 0, 20.0);
+  const auto& v = sys.v;
+  const double cm = 219474.6307;
+  std::FILE* d = std::fopen((dir + "/dushin.dat").c_str(), "w");
+  std::FILE* c = std::fopen((dir + "/nacme.dat").c_str(), "w");
+  std::FILE* in = std::fopen((dir + "/ic.inp").c_str(), "w");
+  if (!d || !c || !in) {
+    std::fprintf(stderr, "cannot write the case into %s\n", dir.c_str());
+    return 2;
+  }
+  std::fprintf(d, "synthetic molecule, %d modes\n%6d  num of modes\n  BEGIN_OUTPUT_1\n -\n h\n -\n",
+               n, n);
+  for (int j = 1; j <= n; ++j)
+    std::fprintf(d, " M%d A S0 %.10f %.12f | 0 0 | %.10f %.12f | 0 0 %d %d\n", j,
+                 v.omegag(j) * cm, v.d(j), v.omegae(j) * cm, v.d(j), j, j);
+  for (int block = 1; block <= 2; ++block) {
+    std::fprintf(d, "  BEGIN_DUSH_DATA_%d\n columns\n", block);
+    for (int i = 1; i <= n; ++i) {
+      std::fprintf(d, " row %d\n", i);
+      for (int j = 1; j <= n; ++j) std::fprintf(d, " %.15f", block == 1 ? v.s(j, i) : v.s(i, j));
+      std::fprintf(d, "\n");
+    }
+  }
+  std::fprintf(c, " NMODE %d\n Derivative Coupling synthetic\n No Mode irrep\n ----\n", n);
+  for (int j = 1; j <= n; ++j) std::fprintf(c, " %d %d A 0 %.12e\n", j, j, v.rif(j));
+  std::fprintf(in,
+               "&ic_tvcf\n dsfile = dushin.dat\n coulfile = nacme.dat\n ftfile = ic_tvcf.dat\n"
+               " logfile = ic_tvcf.log\n n3all = .true.\n temp = 300 K\n dt = 20\n tmax = %lld\n"
+               " ead = 2.5 eV\n/\n",
+               20 * nt);
+  std::fclose(d);
+  std::fclose(c);
+  std::fclose(in);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 5 && !std::strcmp(argv[1], "--write-case"))
+    return write_case(argv[2], std::atoi(argv[3]), std::atoll(argv[4]));
   std::vector<int> sizes;
   double budget = 1.5;
   for (int i = 1; i < argc; ++i) {
