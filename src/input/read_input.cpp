@@ -97,14 +97,14 @@ BlockSource extract_input(Units& units, const std::string& infile, const std::st
 }
 
 void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std::string& convfile,
-                const BlockSource* source) {
+                const BlockSource* source, bool reduce_name) {
   {
     // The converted file begins with the block as extracted.
     TextFile block = records_or_empty(std::string(rtrim(blockfile)));
     std::ofstream conv = open_for_writing(convfile, std::ios::out | std::ios::trunc);
     for (const std::string& l : block.records) conv << l << '\n';
   }
-  full_to_short_name(blockfile);
+  if (reduce_name) full_to_short_name(blockfile);
   UnitLease block_unit(units);
   TextFile block = records_or_empty(std::string(rtrim(blockfile)));
   const std::string work_name = std::string(rtrim(blockfile)) + "_tmp";
@@ -182,13 +182,21 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
 
 void readinput(ParameterSet& p, Units& units, const std::string& infile,
                const std::string& convfile, const std::string& startmark,
-               const std::string& endmark) {
-  std::string blockname(1, '.');
-  blockname += rtrim(ltrim(infile));
-  blockname = pad(blockname, 200);
+               const std::string& endmark, const std::string& scratch_dir) {
+  std::string blockname;
+  if (scratch_dir.empty()) {
+    blockname = ".";
+    blockname += rtrim(ltrim(infile));
+  } else {
+    std::string base = pad(ltrim(infile), 200);
+    full_to_short_name(base);
+    blockname = scratch_dir + "/.";
+    blockname += rtrim(base);
+  }
+  blockname = pad(blockname, std::max<std::size_t>(200, blockname.size()));
   BlockSource source =
       extract_input(units, infile, std::string(rtrim(blockname)), startmark, endmark);
-  read_input(p, units, blockname, convfile, &source);
+  read_input(p, units, blockname, convfile, &source, scratch_dir.empty());
   file_delete(units, blockname);
 }
 

@@ -29,12 +29,14 @@ BlockSource extract_input(Units& units, const std::string& infile, const std::st
 // Reads the block file into `p` and writes the echo to `convfile`. `blockfile` is reduced in
 // place to its last path component. A bad line ends the run (StopRun, status 1).
 void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std::string& convfile,
-                const BlockSource* source = nullptr);
+                const BlockSource* source = nullptr, bool reduce_name = true);
 
 // The whole input step: block file "." + infile, extraction, reading, deletion of the block file.
+// With a scratch directory the block file and its work file are made there instead (for runs that
+// must leave nothing of their own in the working directory).
 void readinput(ParameterSet& p, Units& units, const std::string& infile,
                const std::string& convfile, const std::string& startmark,
-               const std::string& endmark);
+               const std::string& endmark, const std::string& scratch_dir = "");
 
 // Replaces a path by its last component (after the last "/"), left-justified in the same field.
 void full_to_short_name(std::string& name);

@@ -32,17 +32,25 @@ namespace ictvcf {
 using cplx = std::complex<double>;
 
 void read_run_data(const std::string& infile, ParameterSet& p, DushinData& v, Units& units,
-                   std::ofstream& log) {
+                   std::ofstream& log, const std::string& scratch_dir) {
   init(p);
-  readinput(p, units, pad(infile, 200), ".input.convert", "&ic_tvcf", "/");
-  // The log begins with the parameter echo.
-  file_copy(units, ".input.convert", p.logfile);
-  file_delete(units, ".input.convert");
+  if (scratch_dir.empty()) {
+    readinput(p, units, pad(infile, 200), ".input.convert", "&ic_tvcf", "/");
+    // The log begins with the parameter echo.
+    file_copy(units, ".input.convert", p.logfile);
+    file_delete(units, ".input.convert");
+  } else {
+    const std::string conv = scratch_dir + "/.input.convert";
+    readinput(p, units, pad(infile, 200), conv, "&ic_tvcf", "/", scratch_dir);
+    file_delete(units, conv);
+  }
   prepare_data(p);
 
-  const std::string logname(rtrim(p.logfile));
-  log.open(logname, std::ios::app);
-  if (!log) throw IoError(logname, 0, "cannot open the log for appending");
+  if (scratch_dir.empty()) {
+    const std::string logname(rtrim(p.logfile));
+    log.open(logname, std::ios::app);
+    if (!log) throw IoError(logname, 0, "cannot open the log for appending");
+  }
 
   readdushinout(p, v, log);
   log.flush();

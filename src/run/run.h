@@ -18,9 +18,10 @@
 namespace ictvcf {
 
 // Steps 1-8 of a run: defaults, the parameter block (echoed to the log), run preparation, the
-// Duschinsky and coupling files. Leaves the log open for appending in `log`.
+// Duschinsky and coupling files. Leaves the log open for appending in `log`. With a scratch
+// directory, the temporary files go there and no log is written (`log` stays closed).
 void read_run_data(const std::string& infile, ParameterSet& p, DushinData& v, Units& units,
-                   std::ofstream& log);
+                   std::ofstream& log, const std::string& scratch_dir = "");
 
 // invz2(j) = 4 sinh^2(omegae(j) / 2kT) and its scaled product invz2det. Warns on standard error
 // when a factor overflows.
