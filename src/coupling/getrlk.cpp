@@ -8,6 +8,7 @@
 #include "util/files.h"
 #include "util/fortran_format.h"
 #include "util/list_read.h"
+#include "util/memory.h"
 #include "util/read_checks.h"
 #include "util/strings.h"
 
@@ -34,6 +35,7 @@ int source_index(const ParameterSet& p, const DushinData& v, int i) {
 void read_dcoupl(const ParameterSet& p, DushinData& v) {
   TextFile f = open_text_file(std::string(rtrim(p.dcouplfile)));
   const int n3 = v.n3;
+  check_allocation({{static_cast<long long>(n3) * n3, sizeof(double)}});
   Matrix<double> dr_n3(n3, n3);
   for (int i = 1; i <= n3; ++i) {
     ListReader in(f);

@@ -194,6 +194,22 @@ Progress terminal_progress() {
   };
 }
 
+void warn_non_finite(const std::vector<cplx>& h_ft, std::int64_t nt, double dt) {
+  std::int64_t bad = 0, first = 0;
+  for (std::int64_t k = nt; k >= -nt; --k) {
+    const cplx c = h_ft[static_cast<std::size_t>(k + nt)];
+    if (!std::isfinite(c.real()) || !std::isfinite(c.imag())) {
+      ++bad;
+      if (k >= 0) first = k;
+    }
+  }
+  if (bad > 0)
+    std::cerr << "ictvcf: warning: " << bad << " of the " << 2 * nt + 1
+              << " values of the table are not finite (the first at t = "
+              << au2fs * (dt * static_cast<double>(first))
+              << " fs); check the frequencies, the temperature and the matrices\n";
+}
+
 bool prepare_run(const std::string& infile, RunState& s) {
   read_run_data(infile, s.p, s.v, s.units, s.log);
   if (s.p.is_exit != 0) return false;
@@ -212,6 +228,7 @@ bool prepare_run(const std::string& infile, RunState& s) {
 void finish_run(RunState& s, const std::vector<cplx>& usqrt, const std::vector<cplx>& ft) {
   const std::int64_t nt = s.p.nt;
   std::vector<cplx> h_ft = assemble(nt, usqrt, ft, s.v.sqrtdone);
+  warn_non_finite(h_ft, nt, s.p.dt);
   const std::string table(rtrim(s.p.ftfile));
   // ("  nt : ",I20), then the table's name list-directed
   s.log << "  nt : " << fmt_i(nt, 20) << '\n' << ld_record({table}) << '\n';

@@ -35,6 +35,9 @@ std::vector<std::complex<double>> assemble(std::int64_t nt,
                                            const std::vector<std::complex<double>>& ft,
                                            Vector<std::complex<double>>& sqrtdone);
 
+// A warning on standard error when values of the table are infinite or not a number.
+void warn_non_finite(const std::vector<std::complex<double>>& h_ft, std::int64_t nt, double dt);
+
 // The table, text ("(F14.5,6X,E16.9,2X,E16.9)" lines under a header) or binary (sequential
 // records: nt, dt, then the real and imaginary parts per step). Written beside the final name
 // and renamed into place once complete.

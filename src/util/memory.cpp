@@ -8,7 +8,14 @@
 
 namespace ictvcf {
 
+namespace {
+std::size_t lowered_limit = 0;
+}  // namespace
+
+void set_memory_limit_bytes(std::size_t bytes) { lowered_limit = bytes; }
+
 std::size_t memory_limit_bytes() {
+  if (lowered_limit != 0) return lowered_limit;
   long pages = sysconf(_SC_PHYS_PAGES);
   long page = sysconf(_SC_PAGESIZE);
   if (pages <= 0 || page <= 0) return std::numeric_limits<std::size_t>::max();

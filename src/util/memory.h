@@ -18,7 +18,9 @@ struct ArraySize {
 // (status 1) when the arrays together need more than the machine's memory.
 void check_allocation(std::initializer_list<ArraySize> arrays);
 
-// The limit used above: physical memory in bytes.
+// The limit used above: physical memory in bytes, unless lowered for a process that must stay
+// small (the fuzzing harnesses, which run under a memory cap of their own).
 std::size_t memory_limit_bytes();
+void set_memory_limit_bytes(std::size_t bytes);
 
 }  // namespace ictvcf

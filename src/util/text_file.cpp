@@ -58,6 +58,10 @@ TextFile open_text_file(const std::string& name) {
   return text_file_from(name, split_records(text));
 }
 
+TextFile text_file_from_bytes(std::string name, const std::string& bytes) {
+  return text_file_from(std::move(name), split_records(bytes));
+}
+
 TextFile text_file_from(std::string name, std::vector<std::string> records) {
   TextFile f;
   f.name = std::move(name);

@@ -22,6 +22,9 @@ struct TextFile {
 // Opens an existing file and reads all its records; throws IoError when it cannot be opened.
 TextFile open_text_file(const std::string& name);
 
+// A file made of the bytes of a file's contents, split into records as open_text_file does.
+TextFile text_file_from_bytes(std::string name, const std::string& bytes);
+
 // A file made of the given records (an internal file, or a test's data).
 TextFile text_file_from(std::string name, std::vector<std::string> records);
 

@@ -10,6 +10,7 @@
 #include "util/files.h"
 #include "util/fortran_format.h"
 #include "util/list_read.h"
+#include "util/memory.h"
 #include "util/read_checks.h"
 #include "util/strings.h"
 #include "vibronic/indexx.h"
@@ -31,6 +32,7 @@ StopRun missing(const std::string& marker) {
 // without the six translations and rotations.
 void read_matrix(TextFile& f, int n3, bool n3all, int nmode, Matrix<double>& s,
                  const std::string& block) {
+  check_allocation({{static_cast<long long>(n3) * n3, sizeof(double)}});
   Matrix<double> full(n3, n3);
   for (int i = 1; i <= n3; ++i) {
     require_record(f, "the label line of row " + std::to_string(i) + " of " + block);
@@ -97,8 +99,7 @@ double f_field(const TextFile& t, const std::string& rec, int first, int width, 
 
 // The column layout: the frequency table and the matrix heading stand in the file of unit 2
 // ("fort.2" in the working directory); only the matrix rows come from the data file.
-void read_column_layout(const ParameterSet& p, DushinData& v, TextFile& f) {
-  TextFile u2 = open_text_file("fort.2");
+void read_column_layout(const ParameterSet& p, DushinData& v, TextFile& f, TextFile& u2) {
   for (int k = 0; k < 9; ++k) require_record(u2, "the nine header lines of the frequency table");
   std::string rec;
   for (int i = 1; i <= v.nmode; ++i) {
@@ -136,6 +137,11 @@ void read_column_layout(const ParameterSet& p, DushinData& v, TextFile& f) {
 
 void readdushinout(const ParameterSet& p, DushinData& v, std::ostream& log) {
   TextFile f = open_text_file(std::string(rtrim(p.dsfile)));
+  read_dushin(p, v, f, nullptr, log);
+}
+
+void read_dushin(const ParameterSet& p, DushinData& v, TextFile& f, TextFile* fort2,
+                 std::ostream& log) {
   std::string line;
   if (!search_word(f, 9, 20, "num of modes", line, kLine)) throw missing("num of modes");
   {
@@ -150,9 +156,9 @@ void readdushinout(const ParameterSet& p, DushinData& v, std::ostream& log) {
   if (v.nmode <= 0)
     throw IoError(f.name, f.line_of_last(),
                   "expected a molecule with at least one vibrational mode, but 'num of modes' "
-                  "gives " +
-                      std::to_string(v.n3) + " coordinates" +
+                  "gives " + std::to_string(v.n3) + " coordinates" +
                       (p.n3all ? "" : " (the first six, translations and rotations, are dropped)"));
+
   allocatedushindata(v, p.nt);
 
   for (int j = 1; j <= v.nmode; ++j)
@@ -167,10 +173,14 @@ void readdushinout(const ParameterSet& p, DushinData& v, std::ostream& log) {
     std::fill(v.iscal.data.begin(), v.iscal.data.end(), 1);
   }
 
-  if (p.dushtype == 1)
+  if (p.dushtype == 1) {
     read_layout1(p, v, f);
-  else
-    read_column_layout(p, v, f);
+  } else if (fort2) {
+    read_column_layout(p, v, f, *fort2);
+  } else {
+    TextFile u2 = open_text_file("fort.2");
+    read_column_layout(p, v, f, u2);
+  }
   dushin_derive(p, v, log);
 }
 

@@ -14,6 +14,11 @@ namespace ictvcf {
 
 void readdushinout(const ParameterSet& p, DushinData& v, std::ostream& log);
 
+// The same from a file already read; `fort2` is the frequency table of the column layout (null:
+// "fort.2" in the working directory).
+void read_dushin(const ParameterSet& p, DushinData& v, TextFile& f, TextFile* fort2,
+                 std::ostream& log);
+
 // The second half of the reader: shared frequencies/displacements, conversion to hartree,
 // Huang-Rhys factors, the mode tables, the choice of d and s, and the energy summary.
 void dushin_derive(const ParameterSet& p, DushinData& v, std::ostream& log);

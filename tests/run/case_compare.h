@@ -15,6 +15,9 @@ struct TableCompare {
   double worst = 0.0;  // largest scaled difference found
 };
 
+// A "Begin:"/"End:" time-stamp line with its value masked; other lines unchanged.
+std::string strip_stamp(const std::string& line);
+
 // Compares two tables, text (with the "#time(fs)" header) or binary.
 TableCompare compare_tables(const std::string& expected_path, const std::string& actual_path,
                             double rtol, double t0_rtol);

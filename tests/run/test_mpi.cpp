@@ -7,7 +7,7 @@
 
 #include <filesystem>
 #include <map>
-#include <regex>
+#include <sstream>
 
 #include "run/case_compare.h"
 #include "test_support.h"
@@ -38,11 +38,17 @@ std::map<std::string, std::string> outputs(const std::string& case_dir, const st
   const int raw = std::system(cmd.c_str());
   std::map<std::string, std::string> out;
   out["<status>"] = std::to_string(WIFEXITED(raw) ? WEXITSTATUS(raw) : -1);
-  static const std::regex stamp(R"((Begin:  |End:    )\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})");
   for (const auto& e : fs::directory_iterator("."))
     if (std::find(inputs.begin(), inputs.end(), e.path().filename().string()) == inputs.end())
-      out[e.path().filename().string()] =
-          std::regex_replace(testing::read_file(e.path().string()), stamp, "$1<stamp>");
+    {
+      std::stringstream in(testing::read_file(e.path().string()));
+      std::string text, line;
+      while (std::getline(in, line)) {
+        text += testing::strip_stamp(line);
+        text += '\n';
+      }
+      out[e.path().filename().string()] = text;
+    }
   return out;
 }
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "run/run.h"
+#include "support/small_molecule.h"
 #include "test_support.h"
 #include "util/errors.h"
 
@@ -14,20 +15,6 @@ using cplx = std::complex<double>;
 using testing::read_file;
 using testing::ScratchDir;
 using testing::write_file;
-
-struct Result {
-  int status;
-  std::string out, err;
-};
-
-Result run_exe(const std::string& args) {
-  const std::string cmd = std::string("'") + ICTVCF_EXE + "' " + args + " >out.txt 2>err.txt";
-  int raw = std::system(cmd.c_str());
-  Result r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read_file("out.txt"), read_file("err.txt")};
-  std::filesystem::remove("out.txt");
-  std::filesystem::remove("err.txt");
-  return r;
-}
 
 TEST(Table, TextLayoutAndMirror) {
   ScratchDir dir;
@@ -108,43 +95,26 @@ TEST(StampLine, Layout) {
 
 TEST(CommandLine, HelpVersionAndMissingArgument) {
   ScratchDir dir;
-  Result r = run_exe("--help");
+  testing::Result r = testing::run_exe("--help");
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("usage: ictvcf INPUT"), std::string::npos);
   EXPECT_NE(r.out.find("dsfile"), std::string::npos);
-  r = run_exe("--version");
+  r = testing::run_exe("--version");
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "ictvcf " ICTVCF_VERSION "\n");
-  r = run_exe("");
+  r = testing::run_exe("");
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.out, "");
   EXPECT_NE(r.err.find("usage:"), std::string::npos);
-  r = run_exe("missing.inp");
+  r = testing::run_exe("missing.inp");
   EXPECT_EQ(r.status, 2);
   EXPECT_NE(r.err.find("missing.inp"), std::string::npos);
 }
 
-// A minimal molecule: two modes (n3all), equal frequencies.
-void write_molecule(const std::string& block) {
-  write_file("d.dat",
-             "     2  num of modes\n  BEGIN_OUTPUT_1\n -\n h\n -\n"
-             " M1 A S0 1500.0 18.7 | 1.2 1800.0 | 1500.0 18.7 | 1.2 1800.0 1 1\n"
-             " M2 A S0 700.0 0.0 | 0.0 0.0 | 700.0 0.0 | 0.0 0.0 2 2\n"
-             "  BEGIN_DUSH_DATA_1\n h\n r\n 1 0\n r\n 0 1\n  END\n"
-             "  BEGIN_DUSH_DATA_2\n h\n r\n 1 0\n r\n 0 1\n  END\n");
-  write_file("c.dat",
-             " N 2\n Derivative Coupling x\n No Mode irrep\n -\n 1 1 A 1 0.0\n"
-             " 2 2 A 1 0.04\n");
-  write_file("ic.inp",
-             "&ic_tvcf\n dsfile = d.dat\n coulfile = c.dat\n ftfile = ft.dat\n"
-             " logfile = ic.log\n n3all = .true.\n" +
-                 block + "/\n");
-}
-
 TEST(Run, NegativeTimeGridEndsBeforeAnyTable) {
   ScratchDir dir;
-  write_molecule(" dt = 10\n tmin = 100\n tmax = 50\n");
-  Result r = run_exe("ic.inp");
+  testing::write_molecule(" dt = 10\n tmin = 100\n tmax = 50\n");
+  testing::Result r = testing::run_exe("ic.inp");
   EXPECT_EQ(r.status, 2);
   EXPECT_NE(r.err.find("nt = -5"), std::string::npos);
   EXPECT_FALSE(testing::exists("ft.dat"));
@@ -152,11 +122,11 @@ TEST(Run, NegativeTimeGridEndsBeforeAnyTable) {
 
 TEST(Run, ExitFlagStopsAfterReading) {
   ScratchDir dir;
-  write_molecule(" dt = 10\n tmax = 50\n");
+  testing::write_molecule(" dt = 10\n tmax = 50\n");
   write_file("c.dat",
              " N 5\n Derivative Coupling x\n No Mode irrep\n -\n 1 1 A 1 0.0\n"
              " 2 2 A 1 0.04\n");
-  Result r = run_exe("ic.inp");
+  testing::Result r = testing::run_exe("ic.inp");
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out,
             "For n3all = .true. case, number of modes in nacme.out should be equal to n3\nExit!\n");
@@ -167,8 +137,8 @@ TEST(Run, ExitFlagStopsAfterReading) {
 
 TEST(Run, DebugStampsAndTableName) {
   ScratchDir dir;
-  write_molecule(" dt = 10\n tmax = 20\n debug = .true.\n");
-  Result r = run_exe("ic.inp");
+  testing::write_molecule(" dt = 10\n tmax = 20\n debug = .true.\n");
+  testing::Result r = testing::run_exe("ic.inp");
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string log = read_file("ic.log");
   const std::size_t begin = log.find("\nELETYP is     GAUSSIAN\n\nBegin:  ");
@@ -181,9 +151,9 @@ TEST(Run, DebugStampsAndTableName) {
 
 TEST(Run, MissingCouplingFileIsInputError) {
   ScratchDir dir;
-  write_molecule(" dt = 10\n tmax = 20\n");
+  testing::write_molecule(" dt = 10\n tmax = 20\n");
   std::filesystem::remove("c.dat");
-  Result r = run_exe("ic.inp");
+  testing::Result r = testing::run_exe("ic.inp");
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.err.rfind("ictvcf: c.dat: ", 0), 0u) << r.err;
   EXPECT_FALSE(testing::exists("ft.dat"));

@@ -1,0 +1,113 @@
+#include "harness.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <new>
+#include <sstream>
+#include <string>
+
+#include "coupling/getrlk.h"
+#include "input/read_input.h"
+#include "run/prepare_data.h"
+#include "util/errors.h"
+#include "util/memory.h"
+#include "util/text_file.h"
+#include "vibronic/read_dush.h"
+
+namespace ictvcf::fuzz {
+
+namespace {
+
+// Runs one reader; the described outcomes are all fine.
+template <class F>
+void outcome(F body) {
+  try {
+    body();
+  } catch (const StopRun&) {
+  } catch (const IoError&) {
+  } catch (const FatalError&) {
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+}  // namespace
+
+void prepare_process() {
+  static bool done = false;
+  if (done) return;
+  done = true;
+  char dir[] = "/tmp/ictvcf-fuzz-XXXXXX";
+  if (mkdtemp(dir)) std::filesystem::current_path(dir);
+  set_memory_limit_bytes(std::size_t{512} << 20);
+}
+
+void input_block(const std::uint8_t* data, std::size_t size) {
+  prepare_process();
+  {
+    std::ofstream out("in.inp", std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  }
+  ParameterSet p;
+  Units units;
+  outcome([&] {
+    init(p);
+    readinput(p, units, "in.inp", ".input.convert", "&ic_tvcf", "/");
+    prepare_data(p);
+  });
+  for (const char* f : {"in.inp", ".in.inp", ".in.inp_tmp", ".input.convert"}) std::remove(f);
+}
+
+void dushin_file(const std::uint8_t* data, std::size_t size) {
+  prepare_process();
+  if (size == 0) return;
+  const std::uint8_t opt = data[0];
+  std::string bytes(reinterpret_cast<const char*>(data + 1), size - 1);
+  ParameterSet p;
+  p.dushtype = (opt & 1) ? 1 : 2;
+  p.n3all = opt & 2;
+  p.dushin = !(opt & 4);
+  p.mode = (opt >> 3) & 3;
+  p.samefreq = opt & 32;
+  p.samed = opt & 64;
+  p.samemode = (opt >> 7) + 1;
+  p.dsfile = pad("dushin.dat", 200);
+  std::string fort2_bytes;
+  if (std::size_t cut = bytes.find("\n====\n"); cut != std::string::npos) {
+    fort2_bytes = bytes.substr(cut + 6);
+    bytes.resize(cut + 1);
+  }
+  TextFile f = text_file_from_bytes("dushin.dat", bytes);
+  TextFile fort2 = text_file_from_bytes("fort.2", fort2_bytes);
+  DushinData v;
+  std::ostringstream log;
+  outcome([&] { read_dushin(p, v, f, &fort2, log); });
+}
+
+void coupling_file(const std::uint8_t* data, std::size_t size) {
+  prepare_process();
+  if (size < 2) return;
+  const std::uint8_t a = data[0], b = data[1];
+  ParameterSet p;
+  p.n3all = a & 1;
+  p.evert = (a & 2) ? 0.0 : 0.1;
+  DushinData v;
+  v.nmode = 1 + ((a >> 2) & 15);
+  v.n3 = p.n3all ? v.nmode : v.nmode + 6;
+  allocatedushindata(v, 0);
+  // A numbering that is a rotation of the modes, sometimes pointing outside the list.
+  for (int i = 1; i <= v.nmode; ++i) {
+    int k = (i - 1 + b % v.nmode) % v.nmode + 1;
+    if ((b & 0x80) && i == v.nmode) k = v.nmode + 1 + (b & 3);
+    v.order(i, 1) = v.order(i, 2) = p.n3all ? k : k + 6;
+  }
+  TextFile f =
+      text_file_from_bytes("nacme.dat", std::string(reinterpret_cast<const char*>(data + 2), size - 2));
+  std::ostringstream log;
+  outcome([&] { getrlk(p, v, f, 0, log); });
+}
+
+}  // namespace ictvcf::fuzz
