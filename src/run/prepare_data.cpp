@@ -17,58 +17,38 @@ namespace {
 // Derives the broadening widths from the first one given (> 0), in the order of precedence
 // degauss, fwhm, fwhm_w, fwhm_t, fwhmt, lifetime. degauss is the half width (Lorentzian) or the
 // standard deviation (Gaussian) in energy; fwhm/fwhm_w the full width in energy; fwhm_t/fwhmt the
-// full width of the damping in time; lifetime the damping time.
+// full width of the damping in time; lifetime the damping time. The source keeps its value, its
+// twin name is set equal to it, and everything else follows from degauss.
 void derive_broadening(ParameterSet& p, bool lorentz) {
   const double c = 1.3862943611198906;  // 2 ln 2
   const double s = std::sqrt(c);
   const double r = 1.4142135623730951;  // sqrt(2)
-  auto from_degauss = [&] {
-    if (lorentz) {
-      p.lifetime = 1.0 / p.degauss;
-    } else {
-      p.lifetime = r / p.degauss;
+  double* source = nullptr;
+  for (double* f : {&p.degauss, &p.fwhm, &p.fwhm_w, &p.fwhm_t, &p.fwhmt, &p.lifetime})
+    if (*f > 0.0) {
+      source = f;
+      break;
     }
-  };
-  auto width_w = [&] { p.fwhm_w = lorentz ? p.degauss + p.degauss : p.degauss * (s + s); };
-  auto width_t = [&] { p.fwhm_t = lorentz ? c / p.degauss : (s + s) / p.degauss; };
+  if (!source) return;
 
-  if (p.degauss > 0.0) {
-    from_degauss();
-    width_w();
-    width_t();
-    p.fwhm = p.fwhm_w;
-    p.fwhmt = p.fwhm_t;
-  } else if (p.fwhm > 0.0) {
-    p.degauss = lorentz ? p.fwhm / 2.0 : p.fwhm / 2.0 / s;
-    from_degauss();
-    width_t();
-    p.fwhm_w = p.fwhm;
-    p.fwhmt = p.fwhm_t;
-  } else if (p.fwhm_w > 0.0) {
-    p.degauss = lorentz ? p.fwhm_w / 2.0 : p.fwhm_w / 2.0 / s;
-    from_degauss();
-    width_t();
-    p.fwhm = p.fwhm_w;
-    p.fwhmt = p.fwhm_t;
-  } else if (p.fwhm_t > 0.0) {
-    p.degauss = lorentz ? c / p.fwhm_t : (s + s) / p.fwhm_t;
-    from_degauss();
-    width_w();
-    p.fwhm = p.fwhm_w;
-    p.fwhmt = p.fwhm_t;
-  } else if (p.fwhmt > 0.0) {
-    p.degauss = lorentz ? c / p.fwhmt : (s + s) / p.fwhmt;
-    from_degauss();
-    width_w();
-    p.fwhm_t = p.fwhmt;
-    p.fwhm = p.fwhm_w;
-  } else if (p.lifetime > 0.0) {
+  if (source == &p.fwhm || source == &p.fwhm_w)
+    p.degauss = lorentz ? *source / 2.0 : *source / 2.0 / s;
+  else if (source == &p.fwhm_t || source == &p.fwhmt)
+    p.degauss = lorentz ? c / *source : (s + s) / *source;
+  else if (source == &p.lifetime)
     p.degauss = lorentz ? 1.0 / p.lifetime : r / p.lifetime;
-    width_w();
-    width_t();
-    p.fwhm = p.fwhm_w;
-    p.fwhmt = p.fwhm_t;
-  }
+
+  if (source != &p.lifetime) p.lifetime = lorentz ? 1.0 / p.degauss : r / p.degauss;
+  if (source == &p.fwhm)
+    p.fwhm_w = p.fwhm;
+  else if (source != &p.fwhm_w)
+    p.fwhm_w = lorentz ? p.degauss + p.degauss : p.degauss * (s + s);
+  p.fwhm = p.fwhm_w;
+  if (source == &p.fwhmt)
+    p.fwhm_t = p.fwhmt;
+  else if (source != &p.fwhm_t)
+    p.fwhm_t = lorentz ? c / p.degauss : (s + s) / p.degauss;
+  p.fwhmt = p.fwhm_t;
 }
 
 }  // namespace
