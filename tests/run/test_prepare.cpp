@@ -106,3 +106,39 @@ TEST(PrepareData, UnknownShapeOnlyRecomputesExtents) {
 
 }  // namespace
 }  // namespace ictvcf
+
+namespace ictvcf {
+namespace {
+
+// Every source width, both shapes, against the derivation written out row by row.
+TEST(PrepareData, EverySourceWidthBothShapes) {
+  const double c = 1.3862943611198906, s = std::sqrt(c), r = 1.4142135623730951;
+  for (bool lorentz : {true, false}) {
+    for (int src = 0; src < 6; ++src) {
+      ParameterSet p;
+      p.isgauss = true;
+      p.broadentype = pad(lorentz ? "lorentzian" : "gaussian", 10);
+      double* fields[] = {&p.degauss, &p.fwhm, &p.fwhm_w, &p.fwhm_t, &p.fwhmt, &p.lifetime};
+      const double given = src < 3 ? 0.004 : 700.0;
+      *fields[src] = given;
+      prepare_data(p);
+      double deg = given;
+      if (src == 1 || src == 2) deg = lorentz ? given / 2.0 : given / 2.0 / s;
+      if (src == 3 || src == 4) deg = lorentz ? c / given : (s + s) / given;
+      if (src == 5) deg = lorentz ? 1.0 / given : r / given;
+      const double w = src == 1 || src == 2 ? given : (lorentz ? deg + deg : deg * (s + s));
+      const double t = src == 3 || src == 4 ? given : (lorentz ? c / deg : (s + s) / deg);
+      const double life = src == 5 ? given : (lorentz ? 1.0 / deg : r / deg);
+      SCOPED_TRACE(std::to_string(src) + (lorentz ? " lorentzian" : " gaussian"));
+      EXPECT_EQ(p.degauss, deg);
+      EXPECT_EQ(p.fwhm, w);
+      EXPECT_EQ(p.fwhm_w, w);
+      EXPECT_EQ(p.fwhm_t, t);
+      EXPECT_EQ(p.fwhmt, t);
+      EXPECT_EQ(p.lifetime, life);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace ictvcf
