@@ -53,6 +53,9 @@ BlockSource extract_input(Units& units, const std::string& infile, const std::st
   TextFile in = open_text_file(std::string(rtrim(infile)));
   UnitLease out_unit(units);
   const std::string out_name(rtrim(outfile));
+  // Opening the block file creates it (without emptying it): it exists even when the search
+  // for the block ends in an error.
+  open_for_writing(out_name, std::ios::app);
 
   BlockSource kept{in.name, {}};
   std::vector<std::string> block;
@@ -89,10 +92,11 @@ BlockSource extract_input(Units& units, const std::string& infile, const std::st
       if (!eof) del_comment1(line);
     }
   }
-  // Opening the block file creates it; only a write replaces what it held.
-  std::ofstream out =
-      open_for_writing(out_name, block.empty() ? std::ios::app : std::ios::out | std::ios::trunc);
-  for (const std::string& l : block) out << l << '\n';
+  // Only a write replaces what the block file held.
+  if (!block.empty()) {
+    std::ofstream out = open_for_writing(out_name, std::ios::out | std::ios::trunc);
+    for (const std::string& l : block) out << l << '\n';
+  }
   return kept;
 }
 
@@ -130,6 +134,9 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
     // Each line becomes a one-assignment name-list record in the work file.
     std::vector<std::string> work{" &input"};
     UnitLease work_unit(units);
+    // A fresh connection: the work file holds only what this line writes, from " &input" on
+    // (so it exists even when the value before a unit word cannot be read).
+    std::ofstream(work_name, std::ios::out | std::ios::trunc) << work[0] << '\n';
     if (!has_assignment) {
       work.push_back("  " + adjustl(line));
     } else if (is_blank(unit)) {

@@ -60,6 +60,7 @@ TEST(ExtractInput, NoStartMarkerWithNonBlankLastLineIsEndOfFileError) {
     EXPECT_EQ(e.file, "in.inp");
     EXPECT_EQ(e.line, 3);
   }
+  EXPECT_TRUE(testing::exists(".in.inp"));  // the block file was opened before the search
   EXPECT_THROW(extract_input(u, "missing.inp", ".m", "&ic_tvcf", "/"), IoError);
 }
 
@@ -176,6 +177,9 @@ TEST(ReadInput, UnreadableNumberBeforeUnitIsInputError) {
     EXPECT_EQ(e.file, "ic.inp");
     EXPECT_EQ(e.line, 3);  // the line in the user's file
   }
+  // Nothing is cleaned up on such a stop: the block, work and converted files stay.
+  EXPECT_EQ(testing::dot_files(),
+            (std::vector<std::string>{".ic.inp", ".ic.inp_tmp", ".input.convert"}));
 }
 
 TEST(FullToShortName, LastPathComponent) {
