@@ -31,6 +31,7 @@ void getintegratedata(const ParameterSet& p, const DushinData& v, std::int64_t n
   Vector<cplx> sted(n), invbmasted(n);
   Matrix<cplx> invbma(n, n), stes(n, n);
   Matrix<cplx> trginvk(n, n), hinvkf(n, n), invkftginvkf(n, n), intsum(n, n);
+  Matrix<cplx> product(n, n);  // the intermediate of the triple products
 
   for (std::int64_t q = nstart; q <= nend; ++q) {
     const std::size_t m = static_cast<std::size_t>(q - nstart);
@@ -95,8 +96,8 @@ void getintegratedata(const ParameterSet& p, const DushinData& v, std::int64_t n
     zgetri_(&n, tempmatrix2.ptr(), &n, ipiv2.data(), work2.data(), &n, &info);
 
     // (b+a)^-1 b (b-a)^-1 and (b-a)^-1 a (b+a)^-1
-    zsymm3(n, tempmatrix1.ptr(), b.ptr(), tempmatrix2.ptr(), invk11.ptr());
-    zsymm3(n, tempmatrix2.ptr(), a.ptr(), tempmatrix1.ptr(), invk12.ptr());
+    zsymm3(n, tempmatrix1.ptr(), b.ptr(), tempmatrix2.ptr(), invk11.ptr(), product.ptr());
+    zsymm3(n, tempmatrix2.ptr(), a.ptr(), tempmatrix1.ptr(), invk12.ptr(), product.ptr());
 
     for (int j = 1; j <= n; ++j) {
       sted(j) = 0.0;

@@ -47,13 +47,17 @@ void zdetm(const cplx* a, int n, cplx det[2]) {
   det[1] = e;
 }
 
-void zsymm3(int n, const cplx* A, const cplx* B, const cplx* C, cplx* D) {
+void zsymm3(int n, const cplx* A, const cplx* B, const cplx* C, cplx* D, cplx* T) {
   if (n <= 0) return;
-  std::vector<cplx> T(static_cast<std::size_t>(n) * n);
+  std::vector<cplx> own;
+  if (!T) {
+    own.resize(static_cast<std::size_t>(n) * n);
+    T = own.data();
+  }
   const cplx one(1.0, 0.0), zero(0.0, 0.0);
   const char no = 'N';
-  zgemm_(&no, &no, &n, &n, &n, &one, A, &n, B, &n, &zero, T.data(), &n);
-  zgemm_(&no, &no, &n, &n, &n, &one, T.data(), &n, C, &n, &zero, D, &n);
+  zgemm_(&no, &no, &n, &n, &n, &one, A, &n, B, &n, &zero, T, &n);
+  zgemm_(&no, &no, &n, &n, &n, &one, T, &n, C, &n, &zero, D, &n);
 }
 
 }  // namespace ictvcf
