@@ -1,0 +1,316 @@
+#include "run/rate_plot.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+#include "input/values.h"
+
+namespace ictvcf {
+
+using cplx = std::complex<double>;
+
+namespace {
+
+// Page and plotting area, in pixels.
+constexpr double kWidth = 760, kHeight = 470;
+constexpr double kLeft = 96, kRight = kWidth - 24, kTop = 74, kBottom = kHeight - 64;
+const char* const kFont = "DejaVu Sans, Helvetica, Arial, sans-serif";
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+template <class... A>
+std::string format(const char* f, A... a) {
+  char buf[512];
+  std::snprintf(buf, sizeof buf, f, a...);
+  return buf;
+}
+
+struct Frame {
+  double xlo, xhi, ylo, yhi;
+  double px(double x) const { return kLeft + (x - xlo) / (xhi - xlo) * (kRight - kLeft); }
+  double py(double y) const { return kBottom - (y - ylo) / (yhi - ylo) * (kBottom - kTop); }
+};
+
+// A range that is never empty, widened by `pad` of its length on each side.
+void padded(double& lo, double& hi, double pad) {
+  if (!(hi > lo)) {
+    const double m = std::fabs(lo) > 0 ? std::fabs(lo) * 0.1 : 1.0;
+    lo -= m;
+    hi += m;
+  }
+  const double w = hi - lo;
+  lo -= pad * w;
+  hi += pad * w;
+}
+
+// "10⁻⁶"-style text, with Unicode superscripts.
+std::string power_of_ten(int e) {
+  static const char* const sup[] = {"⁰", "¹", "²", "³", "⁴", "⁵", "⁶", "⁷", "⁸", "⁹"};
+  std::string s = e < 0 ? "10⁻" : "10";
+  for (char c : std::to_string(std::abs(e))) s += sup[c - '0'];
+  return s;
+}
+
+// The tick labels of one axis: a common power of ten is moved into the axis title when the
+// values are large or small, so that the labels stay short.
+struct TickLabels {
+  std::vector<std::string> text;
+  int power = 0;
+};
+
+TickLabels tick_labels(const std::vector<double>& ticks) {
+  TickLabels out;
+  double biggest = 0.0;
+  for (double t : ticks) biggest = std::max(biggest, std::fabs(t));
+  if (biggest > 0 && (biggest >= 1e4 || biggest < 1e-2))
+    out.power = static_cast<int>(std::floor(std::log10(biggest)));
+  const double scale = std::pow(10.0, -out.power);
+  const double step = ticks.size() > 1 ? std::fabs(ticks[1] - ticks[0]) * scale : 1.0;
+  const int decimals = std::max(0, -static_cast<int>(std::floor(std::log10(step) + 1e-9)));
+  for (double t : ticks) {
+    double v = t * scale;
+    if (std::fabs(v) < 1e-9 * step) v = 0.0;  // no "-0"
+    out.text.push_back(format("%.*f", decimals, v));
+  }
+  return out;
+}
+
+// "name (unit)", or "name (10⁻⁶ unit)" when the tick labels are scaled by a power of ten.
+std::string axis_title(const std::string& name, const std::string& unit, int power) {
+  if (power == 0) return name + " (" + unit + ")";
+  return name + " (" + power_of_ten(power) + " " + unit + ")";
+}
+
+std::string text(double x, double y, const std::string& s, const char* anchor = "middle",
+                 const char* extra = "") {
+  return format("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"%s\"%s>", x, y, anchor, extra) + s +
+         "</text>\n";
+}
+
+// The names and units of the two axes and the title above the frame.
+struct Titles {
+  std::string title, x, x_unit, y, y_unit;
+};
+
+// Frame, grid, ticks, tick labels and the titles.
+std::string axes(const Frame& f, const Titles& names) {
+  std::string s;
+  const std::vector<double> xt = nice_ticks(f.xlo, f.xhi, 11), yt = nice_ticks(f.ylo, f.yhi, 10);
+  const TickLabels xl = tick_labels(xt), yl = tick_labels(yt);
+  s += "<g stroke=\"#dddddd\" stroke-width=\"1\">\n";
+  for (double x : xt)
+    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", f.px(x), kTop, f.px(x),
+                kBottom);
+  for (double y : yt)
+    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", kLeft, f.py(y), kRight,
+                f.py(y));
+  s += "</g>\n";
+  s += format(
+      "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"none\" "
+      "stroke=\"black\"/>\n",
+      kLeft, kTop, kRight - kLeft, kBottom - kTop);
+  s += "<g stroke=\"black\">\n";
+  for (double x : xt)
+    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", f.px(x), kBottom,
+                f.px(x), kBottom + 5);
+  for (double y : yt)
+    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", kLeft - 5, f.py(y),
+                kLeft, f.py(y));
+  s += "</g>\n<g font-size=\"13\">\n";
+  for (std::size_t i = 0; i < xt.size(); ++i) s += text(f.px(xt[i]), kBottom + 20, xl.text[i]);
+  for (std::size_t i = 0; i < yt.size(); ++i)
+    s += text(kLeft - 9, f.py(yt[i]) + 4.5, yl.text[i], "end");
+  s += "</g>\n<g font-size=\"15\">\n";
+  s += text(0.5 * (kLeft + kRight), kHeight - 18, axis_title(names.x, names.x_unit, xl.power));
+  const double ymid = 0.5 * (kTop + kBottom);
+  s += text(22, ymid, axis_title(names.y, names.y_unit, yl.power), "middle",
+            format(" transform=\"rotate(-90 22 %.1f)\"", ymid).c_str());
+  s += text(0.5 * (kLeft + kRight), 28, names.title, "middle", " font-size=\"16\"");
+  s += "</g>\n";
+  return s;
+}
+
+// A path through the points in pixels, broken where y is not a number. Where there are more
+// points than pixel columns, each column keeps its lowest and highest point (in their order), so
+// that fast oscillations are drawn as the band they fill instead of an aliased curve.
+std::string path(const Frame& f, std::span<const double> x, std::span<const double> y,
+                 const std::string& style) {
+  const bool reduce = x.size() > 2 * static_cast<std::size_t>(kRight - kLeft);
+  std::string d;
+  bool pen_down = false;
+  std::size_t i = 0;
+  auto emit = [&](double px, double py) {
+    d += format(pen_down ? "L%.2f %.2f " : "M%.2f %.2f ", px, py);
+    pen_down = true;
+  };
+  while (i < x.size()) {
+    if (!std::isfinite(y[i])) {
+      pen_down = false;
+      ++i;
+      continue;
+    }
+    if (!reduce) {
+      emit(f.px(x[i]), f.py(y[i]));
+      ++i;
+      continue;
+    }
+    const long column = std::lround(f.px(x[i]));
+    std::size_t lo = i, hi = i, j = i;
+    for (; j < x.size() && std::isfinite(y[j]) && std::lround(f.px(x[j])) == column; ++j) {
+      if (y[j] < y[lo]) lo = j;
+      if (y[j] > y[hi]) hi = j;
+    }
+    const std::size_t a = std::min(lo, hi), b = std::max(lo, hi);
+    emit(f.px(x[a]), f.py(y[a]));
+    if (b != a) emit(f.px(x[b]), f.py(y[b]));
+    i = j;
+  }
+  return "<path fill=\"none\" " + style + " d=\"" + d + "\"/>\n";
+}
+
+std::string header() {
+  return format(
+             "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" "
+             "viewBox=\"0 0 %.0f %.0f\" font-family=\"%s\">\n",
+             kWidth, kHeight, kWidth, kHeight, kFont) +
+         format("<rect width=\"%.0f\" height=\"%.0f\" fill=\"white\"/>\n", kWidth, kHeight);
+}
+
+std::string clip_start() {
+  return format(
+      "<clipPath id=\"area\"><rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\"/>"
+      "</clipPath>\n<g clip-path=\"url(#area)\">\n",
+      kLeft, kTop, kRight - kLeft, kBottom - kTop);
+}
+
+// The legend in one row between the title and the frame: a sample stroke and its text per entry.
+std::string legend(const std::vector<std::pair<std::string, std::string>>& entries) {
+  std::string s = "<g font-size=\"13\">\n";
+  const double y = kTop - 14;
+  double x = kLeft + 4;
+  for (const auto& [style, label] : entries) {
+    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" ", x, y - 4, x + 30, y - 4) +
+         style + "/>\n";
+    s += text(x + 36, y, label, "start");
+    x += 170;
+  }
+  return s + "</g>\n";
+}
+
+std::string damping_words(const Damping& d) {
+  return format("%s damping, FWHM %.4g cm⁻¹%s",
+                d.shape == DampingShape::gaussian ? "Gaussian" : "Lorentzian", line_fwhm(d) * au2cm,
+                d.chosen_by_default ? " (default)" : "");
+}
+
+// "6.292×10¹³"-style text for a positive number.
+std::string scientific(double v) {
+  const int e = static_cast<int>(std::floor(std::log10(v)));
+  return format("%.3f×", v / std::pow(10.0, e)) + power_of_ten(e);
+}
+
+}  // namespace
+
+std::vector<double> nice_ticks(double lo, double hi, int most) {
+  std::vector<double> out;
+  if (!(hi > lo) || !std::isfinite(lo) || !std::isfinite(hi) || most < 2) return out;
+  const double raw = (hi - lo) / (most - 1);
+  const double mag = std::pow(10.0, std::floor(std::log10(raw)));
+  double step = 10.0 * mag;
+  for (double m : {1.0, 2.0, 5.0})
+    if (m * mag >= raw) {
+      step = m * mag;
+      break;
+    }
+  for (double k = std::ceil(lo / step - 1e-9); k * step <= hi + 1e-9 * step; k += 1.0)
+    out.push_back(k * step);
+  return out;
+}
+
+std::string gap_law_svg(std::span<const double> gaps, std::span<const double> rates, double ead,
+                        double rate_at_ead, const Damping& d) {
+  std::vector<double> x(gaps.size()), y(gaps.size(), kNaN);
+  double ylo = std::numeric_limits<double>::infinity(), yhi = -ylo;
+  int missing = 0;
+  for (std::size_t i = 0; i < gaps.size(); ++i) {
+    x[i] = gaps[i] * au2ev;
+    if (rates[i] > 0.0) {
+      y[i] = std::log10(rates[i] * au_per_second);
+      ylo = std::min(ylo, y[i]);
+      yhi = std::max(yhi, y[i]);
+    } else {
+      ++missing;
+    }
+  }
+  if (!(yhi >= ylo)) ylo = yhi = 0.0;
+  padded(ylo, yhi, 0.05);
+  double xlo = x.empty() ? ead * au2ev : x.front(), xhi = x.empty() ? xlo : x.back();
+  padded(xlo, xhi, 0.0);
+  const Frame f{xlo, xhi, ylo, yhi};
+
+  std::string s = header();
+  s += axes(f, {"Energy-gap law of internal conversion — " + damping_words(d), "gap ΔE", "eV",
+                "log₁₀ k_IC", "s⁻¹"});
+  s += clip_start();
+  s += path(f, x, y, "stroke=\"#1f5fa8\" stroke-width=\"2\"");
+  const double xe = f.px(ead * au2ev);
+  s += format(
+      "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#c0392b\" "
+      "stroke-dasharray=\"5 4\"/>\n",
+      xe, kTop, xe, kBottom);
+  std::string mark = format("ΔE = ead = %.4f eV (%.0f cm⁻¹): ", ead * au2ev, ead * au2cm);
+  if (rate_at_ead > 0.0) {
+    const double ye = f.py(std::log10(rate_at_ead * au_per_second));
+    s += format("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"5\" fill=\"#c0392b\"/>\n", xe, ye);
+    mark += "k_IC = " + scientific(rate_at_ead * au_per_second) + " s⁻¹";
+  } else {
+    mark += "k_IC ≤ 0 (no logarithm)";
+  }
+  s += "</g>\n<g font-size=\"13\">\n";
+  s += text(kLeft + 4, kTop - 14, mark, "start", " fill=\"#c0392b\"");
+  if (missing > 0)
+    s += text(kRight, kHeight - 18,
+              format("%d of %zu gaps with k_IC ≤ 0 not drawn", missing, gaps.size()), "end",
+              " fill=\"#555555\" font-size=\"12\"");
+  s += "</g>\n</svg>\n";
+  return s;
+}
+
+std::string correlation_svg(std::span<const cplx> c, double dt, const Damping& d) {
+  const std::size_t n = c.size();
+  std::vector<double> t(n), re(n), im(n), up(n), down(n);
+  const double c0 = n > 0 ? std::fabs(c[0].real()) : 0.0;
+  double ylo = 0.0, yhi = 0.0;
+  for (std::size_t k = 0; k < n; ++k) {
+    const double tk = dt * static_cast<double>(k);
+    t[k] = tk * au2fs;
+    re[k] = c[k].real();
+    im[k] = c[k].imag();
+    up[k] = c0 * damping_at(d, tk);
+    down[k] = -up[k];
+    ylo = std::min({ylo, re[k], im[k], down[k]});
+    yhi = std::max({yhi, re[k], im[k], up[k]});
+  }
+  padded(ylo, yhi, 0.05);
+  double xlo = 0.0, xhi = n > 1 ? t.back() : 1.0;
+  padded(xlo, xhi, 0.0);
+  const Frame f{xlo, xhi, ylo, yhi};
+
+  const std::string re_style = "stroke=\"#1f5fa8\" stroke-width=\"1.4\"";
+  const std::string im_style = "stroke=\"#c0392b\" stroke-width=\"1.4\"";
+  const std::string env_style = "stroke=\"#333333\" stroke-width=\"1.2\" stroke-dasharray=\"6 4\"";
+  std::string s = header();
+  s += axes(f, {"Correlation function C(t) — " + damping_words(d), "time t", "fs", "C(t)", "au"});
+  s += clip_start();
+  s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#999999\"/>\n", kLeft,
+              f.py(0.0), kRight, f.py(0.0));
+  s += path(f, t, up, env_style) + path(f, t, down, env_style);
+  s += path(f, t, im, im_style) + path(f, t, re, re_style);
+  s += "</g>\n";
+  s += legend({{re_style, "Re C(t)"}, {im_style, "Im C(t)"}, {env_style, "±C(0)·D(t)"}});
+  s += "</svg>\n";
+  return s;
+}
+
+}  // namespace ictvcf

@@ -1,0 +1,26 @@
+// The two pictures of `ictvcf rate` as SVG text: the energy-gap law (log10 k_IC against the gap)
+// and the correlation function with its damping envelope. Plain line plots drawn by hand.
+#pragma once
+
+#include <complex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "run/rate_math.h"
+
+namespace ictvcf {
+
+// log10 k_IC (s-1) against the gap (eV), the point at `ead` marked. Gaps whose rate is not
+// positive have no logarithm: the curve is broken there and their number is noted.
+std::string gap_law_svg(std::span<const double> gaps, std::span<const double> rates, double ead,
+                        double rate_at_ead, const Damping& d);
+
+// Re C(t) and Im C(t) (au) against t (fs) for t = k dt, k = 0 .. nt, and the damping envelope
+// +-|C(0)| D(t).
+std::string correlation_svg(std::span<const std::complex<double>> c, double dt, const Damping& d);
+
+// At most `most` round tick values (steps 1, 2 or 5 times a power of ten) covering [lo, hi].
+std::vector<double> nice_ticks(double lo, double hi, int most);
+
+}  // namespace ictvcf
