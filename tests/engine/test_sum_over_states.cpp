@@ -1,0 +1,268 @@
+// The exact correlation function of the engine against an independent sum over vibrational
+// states: the initial state's Hamiltonian diagonalised in a truncated harmonic basis of the final
+// state, the coupling's matrix elements between the eigenstates and the final basis, and the
+// Boltzmann-weighted lines e^{i t (E2 - E1)}. Also the damped rate against the golden rule.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <numbers>
+#include <vector>
+
+#include "engine/engine.h"
+#include "input/values.h"
+#include "run/rate_math.h"
+#include "run/run.h"
+
+extern "C" void dsyev_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda,
+                       double* w, double* work, const int* lwork, int* info);
+
+namespace ictvcf {
+namespace {
+
+using cplx = std::complex<double>;
+
+// A small system: frequencies in cm-1, Q2 = S Q1 + d with S orthogonal (row j: state-2 mode j).
+struct Model {
+  std::vector<double> w1_cm, w2_cm, d, rif;
+  std::vector<std::vector<double>> s;
+  double temp;
+};
+
+struct Built {
+  ParameterSet p;
+  DushinData v;
+};
+
+Built build(const Model& m, double dt, std::int64_t nt) {
+  Built b;
+  const int n = static_cast<int>(m.w1_cm.size());
+  b.p.temp = m.temp;
+  b.p.dt = dt;
+  b.p.nt = nt;
+  b.v.n3 = b.v.nmode = n;
+  allocatedushindata(b.v, nt);
+  for (int j = 1; j <= n; ++j) {
+    b.v.omegag(j) = m.w1_cm[j - 1] / au2cm;
+    b.v.omegae(j) = m.w2_cm[j - 1] / au2cm;
+    b.v.d(j) = m.d[j - 1];
+    b.v.rif(j) = m.rif[j - 1];
+    for (int k = 1; k <= n; ++k) b.v.s(j, k) = m.s[j - 1][k - 1];
+  }
+  for (int j = 1; j <= n; ++j)
+    for (int k = 1; k <= n; ++k) {
+      b.v.r(j, k) = b.v.rif(j) * b.v.rif(k);
+      b.v.iscal(j, k) = 1;
+    }
+  thermal_factors(b.p, b.v);
+  return b;
+}
+
+// C(k dt) for k = 0 .. nt from the engine, the imaginary part kept.
+std::vector<cplx> engine_correlation(Built& b) {
+  const std::int64_t nt = b.p.nt;
+  std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
+  compute_correlation(b.p, b.v, 0, nt, usqrt.data(), ft.data(), true);
+  const std::vector<cplx> h = assemble(nt, usqrt, ft, b.v.sqrtdone);
+  return {h.begin() + nt, h.end()};
+}
+
+// A product basis of `size` harmonic levels per mode (frequencies w), and the same with one
+// level more per mode, which holds p_k applied to any vector of the first.
+struct Basis {
+  int modes, size;
+  std::vector<double> w;
+  int count(int per_mode) const {
+    int c = 1;
+    for (int k = 0; k < modes; ++k) c *= per_mode;
+    return c;
+  }
+  // Quantum numbers of basis function `index` of a basis with `per_mode` levels per mode.
+  std::vector<int> levels(int index, int per_mode) const {
+    std::vector<int> q(modes);
+    for (int k = 0; k < modes; ++k, index /= per_mode) q[k] = index % per_mode;
+    return q;
+  }
+  int index(const std::vector<int>& q, int per_mode) const {
+    int i = 0;
+    for (int k = modes - 1; k >= 0; --k) i = i * per_mode + q[k];
+    return i;
+  }
+  double energy(const std::vector<int>& q) const {
+    double e = 0.0;
+    for (int k = 0; k < modes; ++k) e += w[k] * (q[k] + 0.5);
+    return e;
+  }
+};
+
+// One-mode <m|Q|n> and <m|Q^2|n> of an oscillator of frequency w (unit mass).
+double q1(int m, int n, double w) {
+  if (m == n + 1) return std::sqrt((n + 1) / (2 * w));
+  if (m == n - 1) return std::sqrt(n / (2 * w));
+  return 0.0;
+}
+double q2(int m, int n, double w) {
+  if (m == n) return (2 * n + 1) / (2 * w);
+  if (m == n + 2) return std::sqrt((n + 1.0) * (n + 2)) / (2 * w);
+  if (m == n - 2) return std::sqrt(n * (n - 1.0)) / (2 * w);
+  return 0.0;
+}
+
+// The spectrum of the coupling: lines of frequency E2 - E1 and weight p2 |<v1|V|v2>|^2.
+struct Lines {
+  std::vector<double> freq, weight;
+  double population_sum = 0.0;  // Boltzmann weights over the exact partition function
+  double ground = 0.0;          // lowest eigenvalue of H2
+};
+
+Lines sum_over_states(const Model& m, int size) {
+  const int n = static_cast<int>(m.w1_cm.size());
+  std::vector<double> w1(n), w2(n);
+  for (int k = 0; k < n; ++k) w1[k] = m.w1_cm[k] / au2cm, w2[k] = m.w2_cm[k] / au2cm;
+  const Basis basis{n, size, w1};
+  const int dim = basis.count(size);
+
+  // H2 = p^2/2 + (S Q + d)^T W2^2 (S Q + d)/2 = H1 + Q^T A Q/2 + g^T Q + c, with
+  // A = S^T W2^2 S - W1^2, g = S^T W2^2 d, c = d^T W2^2 d/2.
+  std::vector<std::vector<double>> a(n, std::vector<double>(n, 0.0));
+  std::vector<double> g(n, 0.0);
+  double c = 0.0;
+  for (int j = 0; j < n; ++j) {
+    c += 0.5 * w2[j] * w2[j] * m.d[j] * m.d[j];
+    for (int k = 0; k < n; ++k) {
+      g[k] += m.s[j][k] * w2[j] * w2[j] * m.d[j];
+      for (int l = 0; l < n; ++l) a[k][l] += m.s[j][k] * w2[j] * w2[j] * m.s[j][l];
+    }
+  }
+  for (int k = 0; k < n; ++k) a[k][k] -= w1[k] * w1[k];
+
+  std::vector<double> h(static_cast<std::size_t>(dim) * dim, 0.0);
+  for (int col = 0; col < dim; ++col) {
+    const std::vector<int> qc = basis.levels(col, size);
+    for (int row = 0; row < dim; ++row) {
+      const std::vector<int> qr = basis.levels(row, size);
+      // Matrix elements of products over modes: every other mode must keep its level.
+      auto others_equal = [&](int k, int l) {
+        for (int o = 0; o < n; ++o)
+          if (o != k && o != l && qr[o] != qc[o]) return false;
+        return true;
+      };
+      double e = row == col ? basis.energy(qc) + c : 0.0;
+      for (int k = 0; k < n; ++k) {
+        if (others_equal(k, k))
+          e += g[k] * q1(qr[k], qc[k], w1[k]) + 0.5 * a[k][k] * q2(qr[k], qc[k], w1[k]);
+        for (int l = 0; l < n; ++l)
+          if (l != k && others_equal(k, l))
+            e += 0.5 * a[k][l] * q1(qr[k], qc[k], w1[k]) * q1(qr[l], qc[l], w1[l]);
+      }
+      h[row + static_cast<std::size_t>(col) * dim] = e;
+    }
+  }
+  std::vector<double> e2(dim), work(1);
+  int lwork = -1, info = 0;
+  dsyev_("V", "U", &dim, h.data(), &dim, e2.data(), work.data(), &lwork, &info);
+  lwork = static_cast<int>(work[0]);
+  work.resize(lwork);
+  dsyev_("V", "U", &dim, h.data(), &dim, e2.data(), work.data(), &lwork, &info);
+  EXPECT_EQ(info, 0);
+
+  const double beta = kelvin_per_hartree / m.temp;
+  double z2 = 1.0;  // the exact partition function of H2
+  for (int k = 0; k < n; ++k) z2 /= 2.0 * std::sinh(beta * w2[k] / 2);
+
+  Lines out;
+  out.ground = e2[0];
+  const int big = size + 1, wide = basis.count(big);
+  for (int v = 0; v < dim; ++v) {
+    const double pop = std::exp(-beta * e2[v]) / z2;
+    out.population_sum += pop;
+    if (pop < 1e-16) continue;
+    // V|v2> = sum_k rif_k p_k |v2>, p_k = i sqrt(w/2) (a+ - a): i times a real vector.
+    std::vector<double> vv(wide, 0.0);
+    for (int col = 0; col < dim; ++col) {
+      const double amp = h[col + static_cast<std::size_t>(v) * dim];
+      std::vector<int> q = basis.levels(col, size);
+      for (int k = 0; k < n; ++k) {
+        const double f = m.rif[k] * std::sqrt(w1[k] / 2);
+        q[k] += 1;
+        vv[basis.index(q, big)] += f * std::sqrt(q[k]) * amp;
+        q[k] -= 2;
+        if (q[k] >= 0) vv[basis.index(q, big)] -= f * std::sqrt(q[k] + 1) * amp;
+        q[k] += 1;
+      }
+    }
+    for (int f = 0; f < wide; ++f) {
+      if (vv[f] == 0.0) continue;
+      out.freq.push_back(e2[v] - basis.energy(basis.levels(f, big)));
+      out.weight.push_back(pop * vv[f] * vv[f]);
+    }
+  }
+  return out;
+}
+
+cplx correlation_at(const Lines& l, double t) {
+  cplx c(0.0, 0.0);
+  for (std::size_t i = 0; i < l.freq.size(); ++i) c += l.weight[i] * std::polar(1.0, l.freq[i] * t);
+  return c;
+}
+
+double golden_rule(const Lines& l, double gap, double sigma) {
+  double k = 0.0;
+  for (std::size_t i = 0; i < l.freq.size(); ++i) {
+    const double x = (gap + l.freq[i]) / sigma;
+    k += l.weight[i] * std::exp(-0.5 * x * x) / (sigma * std::sqrt(2 * std::numbers::pi));
+  }
+  return 2 * std::numbers::pi * k;
+}
+
+void check_against_states(const Model& m, int size, const std::vector<double>& gaps_cm) {
+  const double dt = 8.0;
+  const std::int64_t nt = 900;  // 7200 au: a Gaussian of 200 cm-1 has decayed to 1e-7
+  Built b = build(m, dt, nt);
+  const std::vector<cplx> c = engine_correlation(b);
+  const Lines lines = sum_over_states(m, size);
+  const Lines finer = sum_over_states(m, size + 6);
+
+  double zero_point = 0.0;
+  for (double w : m.w2_cm) zero_point += w / au2cm / 2;
+  EXPECT_NEAR(lines.ground, zero_point, 1e-12) << "basis too small for the ground state";
+  EXPECT_NEAR(lines.population_sum, 1.0, 1e-10) << "basis too small for the temperature";
+
+  double largest = 0.0;
+  for (const cplx& x : c) largest = std::max(largest, std::abs(x));
+  for (std::int64_t k = 0; k <= nt; ++k) {
+    const double t = k == 0 ? dt * 1e-5 : dt * static_cast<double>(k);
+    const cplx expected = correlation_at(lines, t);
+    ASSERT_LT(std::abs(correlation_at(finer, t) - expected), 1e-9 * largest) << "not converged";
+    ASSERT_LT(std::abs(c[k] - expected), 1e-7 * largest)
+        << "k=" << k << " engine " << c[k] << " states " << expected;
+  }
+
+  const Damping d{DampingShape::gaussian, 200.0 / au2cm, false};
+  for (double gap_cm : gaps_cm) {
+    const double gap = gap_cm / au2cm;
+    const double expected = golden_rule(lines, gap, d.width);
+    EXPECT_NEAR(rate_at(c, dt, d, gap), expected, 1e-5 * expected) << "gap " << gap_cm << " cm-1";
+  }
+}
+
+TEST(SumOverStates, OneModeWithFrequencyChange) {
+  // Huang-Rhys factor about 1 in the initial state, 15 % softer there.
+  const double w2 = 850.0 / au2cm;
+  const Model m{{1000.0}, {850.0}, {std::sqrt(2.0 * 1.0 / w2)}, {0.05}, {{1.0}}, 400.0};
+  check_against_states(m, 44, {-400.0, 1200.0, 3000.0});
+}
+
+TEST(SumOverStates, TwoModesWithDuschinskyRotation) {
+  const double th = 0.35, w2a = 1150.0 / au2cm, w2b = 640.0 / au2cm;
+  const Model m{{1300.0, 700.0},
+                {1150.0, 640.0},
+                {std::sqrt(2.0 * 0.6 / w2a), -std::sqrt(2.0 * 0.3 / w2b)},
+                {0.03, -0.05},
+                {{std::cos(th), std::sin(th)}, {-std::sin(th), std::cos(th)}},
+                300.0};
+  check_against_states(m, 24, {-300.0, 1500.0, 2600.0});
+}
+
+}  // namespace
+}  // namespace ictvcf

@@ -1,0 +1,112 @@
+// Exact symmetries of the correlation function, on the table the engine produces and on the
+// exact function: changes of sign and labels of the normal modes leave it unchanged, the
+// coupling enters quadratically, and a single coupled mode equals zeroing the other couplings.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "engine/engine.h"
+#include "support/synthetic.h"
+
+namespace ictvcf {
+namespace {
+
+using cplx = std::complex<double>;
+using testing::System;
+
+// The couplings products and the pair mask from rif: every pair, or only (mode, mode).
+void couple(DushinData& v, int mode = 0) {
+  for (int j = 1; j <= v.nmode; ++j)
+    for (int k = 1; k <= v.nmode; ++k) {
+      v.r(j, k) = v.rif(j) * v.rif(k);
+      v.iscal(j, k) = mode == 0 || (j == mode && k == mode);
+    }
+}
+
+std::vector<cplx> correlation(System& s, bool exact) {
+  const std::int64_t nt = s.p.nt;
+  std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
+  compute_correlation(s.p, s.v, 0, nt, usqrt.data(), ft.data(), exact);
+  return assemble(nt, usqrt, ft, s.v.sqrtdone);
+}
+
+// Equal to `factor` times `want` up to rounding: 1e-10 of the largest value, but 1e-8 on the
+// t = 0 row (the middle one), whose evaluation at dt * 1e-5 cancels terms of order 1/t^2.
+void expect_same(const std::vector<cplx>& got, const std::vector<cplx>& want, double factor,
+                 const char* what) {
+  double largest = 0.0;
+  for (const cplx& x : want) largest = std::max(largest, std::abs(x));
+  ASSERT_GT(largest, 0.0);
+  const std::size_t zero = want.size() / 2;
+  for (std::size_t k = 0; k < want.size(); ++k)
+    ASSERT_LT(std::abs(got[k] - factor * want[k]), (k == zero ? 1e-8 : 1e-10) * factor * largest)
+        << what << " step " << static_cast<long>(k) - static_cast<long>(zero);
+}
+
+class Symmetry : public ::testing::TestWithParam<bool> {
+ protected:
+  // Five modes, strongly rotated, frequency changes and displacements in both directions.
+  System base = testing::random_system(5, 7, 1.2, 400.0, 0, 150, 15.0);
+  std::vector<cplx> reference = correlation(base, GetParam());
+};
+
+TEST_P(Symmetry, SignOfAFinalStateModeWithItsCoupling) {
+  System s = base;
+  for (int j = 1; j <= 5; ++j) s.v.s(j, 2) = -s.v.s(j, 2);
+  s.v.rif(2) = -s.v.rif(2);
+  couple(s.v);
+  expect_same(correlation(s, GetParam()), reference, 1.0, "column 2 of S and rif(2)");
+}
+
+TEST_P(Symmetry, SignOfAnInitialStateModeWithItsDisplacement) {
+  System s = base;
+  for (int k = 1; k <= 5; ++k) s.v.s(4, k) = -s.v.s(4, k);
+  s.v.d(4) = -s.v.d(4);
+  expect_same(correlation(s, GetParam()), reference, 1.0, "row 4 of S and d(4)");
+}
+
+TEST_P(Symmetry, ReversedDisplacement) {
+  System s = base;
+  for (int j = 1; j <= 5; ++j) s.v.d(j) = -s.v.d(j);
+  expect_same(correlation(s, GetParam()), reference, 1.0, "d -> -d");
+}
+
+// New label m of the final-state mode perm1[m] and of the initial-state mode perm2[m].
+TEST_P(Symmetry, RelabelledModes) {
+  const int perm1[] = {3, 1, 5, 2, 4}, perm2[] = {2, 5, 4, 1, 3};
+  System s = base;
+  for (int m = 1; m <= 5; ++m) {
+    s.v.omegag(m) = base.v.omegag(perm1[m - 1]);
+    s.v.rif(m) = base.v.rif(perm1[m - 1]);
+    s.v.omegae(m) = base.v.omegae(perm2[m - 1]);
+    s.v.d(m) = base.v.d(perm2[m - 1]);
+    s.v.invz2(m) = base.v.invz2(perm2[m - 1]);
+    for (int l = 1; l <= 5; ++l) s.v.s(m, l) = base.v.s(perm2[m - 1], perm1[l - 1]);
+  }
+  couple(s.v);
+  expect_same(correlation(s, GetParam()), reference, 1.0, "relabelled");
+}
+
+TEST_P(Symmetry, CouplingEntersQuadratically) {
+  System s = base;
+  for (int j = 1; j <= 5; ++j) s.v.rif(j) *= 3.0;
+  couple(s.v);
+  expect_same(correlation(s, GetParam()), reference, 9.0, "rif -> 3 rif");
+}
+
+TEST_P(Symmetry, OneCoupledModeEqualsZeroingTheOthers) {
+  System only = base, zeroed = base;
+  couple(only.v, 3);
+  for (int j = 1; j <= 5; ++j)
+    if (j != 3) zeroed.v.rif(j) = 0.0;
+  couple(zeroed.v);
+  expect_same(correlation(only, GetParam()), correlation(zeroed, GetParam()), 1.0, "mode = 3");
+}
+
+INSTANTIATE_TEST_SUITE_P(TableAndExact, Symmetry, ::testing::Values(false, true),
+                         [](const auto& info) { return info.param ? "Exact" : "Table"; });
+
+}  // namespace
+}  // namespace ictvcf
