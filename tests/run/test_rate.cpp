@@ -1,0 +1,234 @@
+// The rate integral: its phase sign, normalisation and damping shapes on correlation functions
+// whose transform is known, the physics cases in closed form through the same path, the
+// warnings, and the plots' handling of what a logarithm or a long grid does to them.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+#include <regex>
+
+#include "engine/engine.h"
+#include "engine/engine_support.h"
+#include "input/values.h"
+#include "run/prepare_data.h"
+#include "run/rate_math.h"
+#include "run/rate_plot.h"
+#include "util/errors.h"
+
+namespace ictvcf {
+namespace {
+
+using cplx = std::complex<double>;
+const double pi = std::numbers::pi;
+
+// One vibronic line: C(t) = a e^{-i w0 t}, i.e. a transition that releases w0 into vibrations.
+std::vector<cplx> line(double a, double w0, double dt, std::int64_t nt) {
+  std::vector<cplx> c(nt + 1);
+  for (std::int64_t k = 0; k <= nt; ++k) c[k] = a * std::polar(1.0, -w0 * dt * k);
+  return c;
+}
+
+double gaussian(double x, double sigma) {
+  return std::exp(-0.5 * x * x / (sigma * sigma)) / (sigma * std::sqrt(2 * pi));
+}
+
+// The line appears at gap = +w0 with weight 2 pi a, broadened by the normalised Gaussian.
+TEST(RateIntegral, GaussianLineAtThePositiveGap) {
+  const double w0 = 0.01, sigma = 0.001, dt = 5.0;
+  const std::vector<cplx> c = line(2e-6, w0, dt, 2000);
+  const Damping d{DampingShape::gaussian, sigma, false};
+  for (double gap : {w0, w0 - 0.0015, w0 + 0.0007}) {
+    const double want = 2 * pi * 2e-6 * gaussian(gap - w0, sigma);
+    EXPECT_NEAR(rate_at(c, dt, d, gap), want, 1e-10 * want) << gap;
+  }
+  EXPECT_LT(std::fabs(rate_at(c, dt, d, -w0)), 1e-12 * rate_at(c, dt, d, w0));
+}
+
+// With exp(-gamma |t|) the grid sum is a geometric series, summed exactly here: a check of every
+// term over a long grid, the phase recurrence included, and of the t = 0 weight.
+TEST(RateIntegral, LorentzianGridSumOverALongGrid) {
+  const double w0 = 0.02, gamma = 2e-4, dt = 2.0;
+  const std::int64_t nt = 100000;
+  const std::vector<cplx> c = line(1.0, w0, dt, nt);
+  const Damping d{DampingShape::lorentzian, gamma, false};
+  for (double gap : {w0, w0 + 3e-4, 0.5 * w0, -w0}) {
+    const cplx q = std::exp(cplx(-gamma, gap - w0) * dt);
+    const double want = dt * (2.0 * ((1.0 - std::pow(q, nt + 1)) / (1.0 - q)).real() - 1.0);
+    EXPECT_NEAR(rate_at(c, dt, d, gap), want, 1e-11 * std::fabs(want)) << gap;
+  }
+  // ... which is the Lorentzian 2 gamma / (x^2 + gamma^2) up to the grid's O(dt^2) error.
+  EXPECT_NEAR(rate_at(c, dt, d, w0), 2.0 / gamma, 1e-5 * 2.0 / gamma);
+}
+
+TEST(RateIntegral, ScanIsTheRateAtEachGap) {
+  const std::vector<cplx> c = line(1e-6, 0.01, 4.0, 3000);
+  const Damping d{DampingShape::gaussian, 8e-4, false};
+  const std::vector<double> gaps = gap_grid(0.01, 1.0 / au2ev, 201);
+  ASSERT_EQ(gaps.size(), 201u);
+  EXPECT_EQ(gaps[100], 0.01);
+  EXPECT_NEAR(gaps.front(), 0.01 - 1.0 / au2ev, 1e-15);
+  EXPECT_NEAR(gaps.back(), 0.01 + 1.0 / au2ev, 1e-15);
+  const std::vector<double> scan = rate_scan(c, 4.0, d, gaps);
+  for (std::size_t i : {0u, 57u, 100u, 200u}) EXPECT_EQ(scan[i], rate_at(c, 4.0, d, gaps[i]));
+}
+
+ParameterSet broadening(const char* shape, double degauss, double fwhm_t) {
+  ParameterSet p;
+  p.isgauss = true;
+  p.broadentype = pad(shape, 10);
+  p.degauss = degauss;
+  p.fwhm_t = fwhm_t;
+  prepare_data(p);
+  return p;
+}
+
+TEST(Damping, FromTheInputOrTheDefault) {
+  ParameterSet none;
+  const Damping def = damping_from(none);
+  EXPECT_TRUE(def.chosen_by_default);
+  EXPECT_EQ(def.shape, DampingShape::gaussian);
+  EXPECT_NEAR(line_fwhm(def) * au2cm, 100.0, 1e-9);
+  EXPECT_NEAR(damping_at(def, std::sqrt(2 * std::log(2.0)) / def.width), 0.5, 1e-15);
+
+  // A Lorentzian given by the full width of its damping in time: D(fwhm_t / 2) = 1/2.
+  const Damping lor = damping_from(broadening("lorentzian", -1.0, 800.0));
+  EXPECT_EQ(lor.shape, DampingShape::lorentzian);
+  EXPECT_NEAR(damping_at(lor, -400.0), 0.5, 1e-14);
+  EXPECT_NEAR(damping_at(lor, 400.0), 0.5, 1e-14);
+  const Damping gau = damping_from(broadening("gaussian", 0.002, -1.0));
+  EXPECT_NEAR(damping_at(gau, 1.0 / 0.002), std::exp(-0.5), 1e-15);
+
+  EXPECT_THROW(damping_from(broadening("voigt", 0.002, -1.0)), FatalError);
+  EXPECT_THROW(damping_from(broadening("gaussian", -1.0, -1.0)), FatalError);
+}
+
+TEST(RateWarnings, EachConditionAlone) {
+  const Damping d{DampingShape::gaussian, 200.0 / au2cm, false};
+  // D = 1e-6 at t = sqrt(2 ln 1e6) / sigma, about 5700 au.
+  const double decayed = std::sqrt(2 * std::log(1e6)) / d.width;
+  EXPECT_TRUE(
+      rate_warnings(d, 5.0, static_cast<std::int64_t>(decayed / 5.0) + 1, 0.1, 1.0).empty());
+  const auto cut = rate_warnings(d, 5.0, static_cast<std::int64_t>(decayed / 5.0) - 1, 0.1, 1.0);
+  ASSERT_EQ(cut.size(), 1u);
+  EXPECT_NE(cut[0].find("time window"), std::string::npos);
+  const auto aliased = rate_warnings(d, 5.0, 2000, 1.01 * pi / 5.0, 1.0);
+  ASSERT_EQ(aliased.size(), 1u);
+  EXPECT_NE(aliased[0].find("Nyquist"), std::string::npos);
+  EXPECT_TRUE(rate_warnings(d, 5.0, 2000, 0.99 * pi / 5.0, 1.0).empty());
+  const auto negative = rate_warnings(d, 5.0, 2000, 0.1, -1e-9);
+  ASSERT_EQ(negative.size(), 1u);
+  EXPECT_NE(negative[0].find("negative"), std::string::npos);
+}
+
+// The physics cases: accepting mode a (1500 cm-1, Huang-Rhys 1.2), promoting mode p (700 cm-1,
+// coupling 0.04), equal frequencies and no rotation.
+constexpr double wa_cm = 1500.0, wp_cm = 700.0, sa = 1.2, rp = 0.04;
+
+testing::Loaded closed_case(const char* name, const std::string& extra = "") {
+  return testing::load_case(std::string(ICTVCF_TEST_PHYSICS) + "/" + name, "ic.inp", extra);
+}
+
+std::vector<cplx> exact_correlation(testing::Loaded& l) {
+  const std::int64_t nt = l.p.nt;
+  std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
+  compute_correlation(l.p, l.v, 0, nt, usqrt.data(), ft.data(), true);
+  const std::vector<cplx> h = assemble(nt, usqrt, ft, l.v.sqrtdone);
+  return {h.begin() + nt, h.end()};
+}
+
+// The exact function is the thermal closed form itself, imaginary part and all.
+TEST(ClosedFormRate, ExactCorrelationFunction) {
+  for (const char* name : {"closed_T10", "closed_T300", "closed_T2000"}) {
+    testing::Loaded l = closed_case(name);
+    const std::vector<cplx> c = exact_correlation(l);
+    const double beta = kelvin_per_hartree / l.p.temp, wa = wa_cm / au2cm, wp = wp_cm / au2cm;
+    const double na = 1 / std::expm1(beta * wa), np = 1 / std::expm1(beta * wp);
+    const cplx I(0.0, 1.0);
+    double largest = 0.0;
+    for (const cplx& x : c) largest = std::max(largest, std::abs(x));
+    double biggest_imag = 0.0;
+    for (std::size_t k = 0; k < c.size(); ++k) {
+      const double t = k == 0 ? l.p.dt * 1e-5 : l.p.dt * static_cast<double>(k);
+      const cplx want =
+          rp * rp * (wp / 2) * ((np + 1) * std::exp(-I * wp * t) + np * std::exp(I * wp * t)) *
+          std::exp(-sa *
+                   ((2 * na + 1) - (na + 1) * std::exp(-I * wa * t) - na * std::exp(I * wa * t)));
+      ASSERT_LT(std::abs(c[k] - want), 1e-7 * largest) << name << " k=" << k;
+      biggest_imag = std::max(biggest_imag, std::fabs(want.imag()));
+    }
+    EXPECT_GT(biggest_imag, 0.3 * largest) << "the imaginary part is not small: it is checked";
+  }
+}
+
+// Near zero temperature: a Poisson progression of the accepting mode on top of the promoting
+// quantum, each line a normalised Gaussian.
+TEST(ClosedFormRate, ZeroTemperatureRateWithGaussianBroadening) {
+  testing::Loaded l = closed_case("closed_T10", " isgauss = .true.\n degauss = 200 cm-1\n");
+  const std::vector<cplx> c = exact_correlation(l);
+  const Damping d = damping_from(l.p);
+  ASSERT_EQ(d.shape, DampingShape::gaussian);
+  ASSERT_NEAR(d.width * au2cm, 200.0, 1e-9);
+  const double wa = wa_cm / au2cm, wp = wp_cm / au2cm;
+  auto closed = [&](double gap) {
+    double k = 0.0, poisson = std::exp(-sa);
+    for (int n = 0; n < 60; poisson *= sa / ++n)
+      k += poisson * gaussian(gap - wp - n * wa, d.width);
+    return 2 * pi * rp * rp * (wp / 2) * k;
+  };
+  const double at3700 = rate_at(c, l.p.dt, d, 3700.0 / au2cm);
+  EXPECT_NEAR(at3700, 1.522044e-3, 1e-6 * 1.522044e-3);
+  EXPECT_NEAR(at3700 * au_per_second, 6.2923e13, 0.0001e13);
+  for (double gap_cm : {700.0, 1450.0, 2200.0, 5200.0, 9000.0})
+    EXPECT_NEAR(rate_at(c, l.p.dt, d, gap_cm / au2cm), closed(gap_cm / au2cm),
+                1e-6 * closed(gap_cm / au2cm))
+        << gap_cm;
+}
+
+std::size_t count(const std::string& s, const std::string& what) {
+  std::size_t n = 0;
+  for (std::size_t at = s.find(what); at != std::string::npos; at = s.find(what, at + 1)) ++n;
+  return n;
+}
+
+TEST(Plots, TicksAreRoundAndCoverTheRange) {
+  const std::vector<double> t = nice_ticks(-0.54, 1.46, 11);
+  ASSERT_FALSE(t.empty());
+  EXPECT_LE(t.size(), 11u);
+  EXPECT_GE(t.front(), -0.54);
+  EXPECT_LE(t.back(), 1.46);
+  EXPECT_LT(t.front() - (t[1] - t[0]), -0.54);  // no room for one more tick at either end
+  EXPECT_GT(t.back() + (t[1] - t[0]), 1.46);
+  EXPECT_NEAR(t[1] - t[0], 0.2, 1e-15);
+  EXPECT_EQ(nice_ticks(3.0, 3.0, 8).size(), 0u);
+}
+
+// A logarithm of non-positive rates must break the curve, not put "nan" in the file.
+TEST(Plots, GapLawSkipsRatesWithoutALogarithm) {
+  const std::vector<double> gaps = gap_grid(0.1, 0.03, 7);
+  const std::vector<double> rates{1e-8, -1e-12, 0.0, 1e-6, 2e-6, -3e-9, 1e-7};
+  const Damping d{DampingShape::gaussian, 1e-3, true};
+  const std::string svg = gap_law_svg(gaps, rates, 0.1, 1e-6, d);
+  EXPECT_EQ(svg.find("nan"), std::string::npos);
+  EXPECT_EQ(svg.find("inf"), std::string::npos);
+  EXPECT_EQ(count(svg, "<path"), 1u);
+  const std::regex move("M[0-9]");
+  EXPECT_EQ(
+      std::distance(std::sregex_iterator(svg.begin(), svg.end(), move), std::sregex_iterator()), 3)
+      << "three runs of positive rates";
+  EXPECT_NE(svg.find("3 of 7 gaps"), std::string::npos);
+  EXPECT_NE(svg.find("<circle"), std::string::npos);
+  EXPECT_EQ(gap_law_svg(gaps, rates, 0.1, -1.0, d).find("<circle"), std::string::npos);
+}
+
+// A long grid is drawn with at most two points per pixel column of the plot.
+TEST(Plots, LongCorrelationFunctionIsReduced) {
+  const std::vector<cplx> c = line(1e-6, 0.02, 1.0, 200000);
+  const Damping d{DampingShape::gaussian, 1e-4, false};
+  const std::string svg = correlation_svg(c, 1.0, d);
+  EXPECT_LT(svg.size(), 400000u);
+  EXPECT_EQ(svg.find("nan"), std::string::npos);
+  EXPECT_NE(svg.find("(10⁻⁶ au)"), std::string::npos) << "power of ten moved to the axis title";
+}
+
+}  // namespace
+}  // namespace ictvcf
