@@ -1,0 +1,170 @@
+// `ictvcf rate INPUT` as a user runs it, on a physics case in a scratch directory: the printed
+// rate, the files it writes and the ones it must not, the warnings and the error statuses.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+#include <set>
+
+#include "test_support.h"
+
+namespace ictvcf {
+namespace {
+
+using testing::read_file;
+using testing::ScratchDir;
+using testing::write_file;
+
+struct Result {
+  int status;
+  std::string out, err;
+};
+
+// Runs the command with its temporary directory under ../tmp, so that what it leaves there can
+// be seen.
+Result rate(const std::string& input = "ic.inp") {
+  std::filesystem::create_directory("../tmp");
+  const std::string cmd =
+      std::string("TMPDIR=../tmp '") + ICTVCF_EXE + "' rate " + input + " >../out.txt 2>../err.txt";
+  const int raw = std::system(cmd.c_str());
+  Result r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read_file("../out.txt"),
+           read_file("../err.txt")};
+  std::filesystem::remove("../out.txt");
+  std::filesystem::remove("../err.txt");
+  return r;
+}
+
+bool private_dirs_left() { return !std::filesystem::is_empty("../tmp"); }
+
+// closed_T10 copied into work/ inside the scratch directory (so that the captured output stays
+// out of the listing), with `edits` applied to its block: each pair replaces a line's text.
+void closed_case(const std::vector<std::pair<std::string, std::string>>& edits) {
+  std::filesystem::create_directory("work");
+  std::filesystem::current_path("work");
+  const std::string dir = std::string(ICTVCF_TEST_PHYSICS) + "/closed_T10";
+  for (const auto& e : std::filesystem::directory_iterator(dir))
+    std::filesystem::copy_file(e.path(), e.path().filename());
+  std::string text = read_file("ic.inp");
+  for (const auto& [from, to] : edits) {
+    const std::size_t at = text.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    text.replace(at, from.size(), to);
+  }
+  write_file("ic.inp", text);
+}
+
+std::set<std::string> listing() {
+  std::set<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(".")) names.insert(e.path().filename());
+  return names;
+}
+
+long lines(const std::string& s) { return std::count(s.begin(), s.end(), '\n'); }
+
+const std::pair<std::string, std::string> kGaussian200{
+    "ead = 0.1", "ead = 3700 cm-1\n  isgauss = .true.\n  degauss = 200 cm-1"};
+
+TEST(RateCommand, ClosedCaseRateAndFiles) {
+  ScratchDir dir;
+  closed_case({kGaussian200});
+  const Result r = rate();
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  EXPECT_TRUE(std::regex_search(r.out, std::regex("\nk_IC = 6\\.2923[0-9]{2}e\\+13 s-1\n")))
+      << r.out;
+  EXPECT_NE(r.out.find("\nk_IC = 1.522044e-03 au\n"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("Gaussian, FWHM 470.964 cm-1 (sigma 200 cm-1)"), std::string::npos);
+
+  // Only the four files named after ftfile: no log, no table, no work or dot-files.
+  EXPECT_FALSE(private_dirs_left());
+  EXPECT_EQ(listing(),
+            (std::set<std::string>{"dushin.dat", "ic.inp", "nacme.dat", "ft.dat.exact",
+                                   "ft.dat.rate", "ft.dat.rate.svg", "ft.dat.corr.svg"}));
+
+  const std::string exact = read_file("ft.dat.exact");
+  EXPECT_EQ(lines(exact), 1 + 2 * 2400 + 1);
+  EXPECT_EQ(exact.substr(0, exact.find('\n')),
+            "     #time(fs)          IC_ft_Re(au)      IC_ft_Im(au)");
+  const std::string scan = read_file("ft.dat.rate");
+  EXPECT_EQ(lines(scan), 1 + 201);
+  EXPECT_NE(scan.find("\n     3700.0000     0.458742    1.52204"), std::string::npos) << "ead";
+  for (const char* svg : {"ft.dat.rate.svg", "ft.dat.corr.svg"}) {
+    const std::string s = read_file(svg);
+    EXPECT_EQ(s.rfind("<svg ", 0), 0u) << svg;
+    EXPECT_EQ(s.substr(s.size() - 7), "</svg>\n") << svg;
+  }
+}
+
+TEST(RateCommand, DefaultBroadeningIsAnnounced) {
+  ScratchDir dir;
+  closed_case({{"tmax = 12000.0", "tmax = 30000.0"}});
+  const Result r = rate();
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("FWHM 100 cm-1"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("the default"), std::string::npos) << r.out;
+  EXPECT_EQ(r.err, "") << "30000 au is a decayed window for 100 cm-1";
+}
+
+TEST(RateCommand, WarningsOnTruncationAliasingAndNegativeRates) {
+  {
+    // 1500 au against a 1 cm-1 Lorentzian: the truncated lines ring negative at gap 0.
+    ScratchDir dir;
+    closed_case(
+        {{"tmax = 12000.0", "tmax = 1500.0"},
+         {"ead = 0.1",
+          "ead = 0.0\n  isgauss = .true.\n  broadentype = lorentzian\n  degauss = 1 cm-1"}});
+    const Result r = rate();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find("warning: the damping is still"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("warning: the rate is negative"), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find("Nyquist"), std::string::npos) << r.err;
+    EXPECT_NE(r.out.find("k_IC = -"), std::string::npos) << r.out;
+  }
+  {
+    // pi / 50 au is 13790 cm-1, below the gap of 0.1 hartree.
+    ScratchDir dir;
+    closed_case({{"dt = 5.0", "dt = 50.0"}, {"tmax = 12000.0", "tmax = 40000.0"}});
+    const Result r = rate();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find("above the Nyquist limit pi/dt = 13790 cm-1"), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find("damping is still"), std::string::npos) << r.err;
+  }
+}
+
+TEST(RateCommand, ErrorsAndTheirStatuses) {
+  ScratchDir dir;
+  closed_case({});
+  std::filesystem::remove("nacme.dat");
+  Result r = rate();
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("nacme.dat"), std::string::npos) << r.err;
+
+  r = rate("missing.inp");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("missing.inp"), std::string::npos) << r.err;
+
+  write_file("nacme.dat", read_file(std::string(ICTVCF_TEST_PHYSICS) + "/closed_T10/nacme.dat"));
+  std::string text = read_file("ic.inp");
+  text.insert(text.find("/"), "  isgauss = .true.\n  broadentype = voigt\n  fwhm = 0.001\n");
+  write_file("bad-shape.inp", text);
+  r = rate("bad-shape.inp");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("voigt"), std::string::npos) << r.err;
+
+  text = read_file("ic.inp");
+  text.erase(text.find("  ftfile"), text.find("logfile") - text.find("  ftfile"));
+  write_file("no-table.inp", text);
+  r = rate("no-table.inp");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("ftfile"), std::string::npos) << r.err;
+
+  // Nothing of the main run and no work files in any of these.
+  EXPECT_FALSE(private_dirs_left());
+  for (const std::string& name : listing())
+    EXPECT_TRUE(name.ends_with(".inp") || name.ends_with(".dat")) << name;
+}
+
+}  // namespace
+}  // namespace ictvcf
