@@ -141,10 +141,6 @@ TEST(RateCommand, ErrorsAndTheirStatuses) {
   EXPECT_EQ(r.status, 2);
   EXPECT_NE(r.err.find("nacme.dat"), std::string::npos) << r.err;
 
-  r = rate("missing.inp");
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("missing.inp"), std::string::npos) << r.err;
-
   write_file("nacme.dat", read_file(std::string(ICTVCF_TEST_PHYSICS) + "/closed_T10/nacme.dat"));
   std::string text = read_file("ic.inp");
   text.insert(text.find("/"), "  isgauss = .true.\n  broadentype = voigt\n  fwhm = 0.001\n");
