@@ -132,7 +132,7 @@ void rate_command(const std::string& infile) {
             << "written: " << base << ".exact, " << base << ".rate, " << base << ".rate.svg, "
             << base << ".corr.svg\n"
             << std::flush;
-  for (const std::string& w : rate_warnings(d, p.dt, p.nt, p.ead, rate))
+  for (const std::string& w : rate_warnings(c, p.dt, d, p.ead, rate))
     std::cerr << "ictvcf rate: warning: " << w << '\n';
 }
 

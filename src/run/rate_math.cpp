@@ -19,7 +19,7 @@ namespace {
 const double kSigmaPerFwhm = 1.0 / (2.0 * std::sqrt(2.0 * std::numbers::ln2));
 
 std::string printed(const char* format, double a, double b = 0.0) {
-  char buf[160];
+  char buf[512];
   std::snprintf(buf, sizeof buf, format, a, b);
   return buf;
 }
@@ -97,9 +97,10 @@ std::vector<double> gap_grid(double centre, double half_width, int points) {
   return gaps;
 }
 
-std::vector<std::string> rate_warnings(const Damping& d, double dt, std::int64_t nt, double gap,
-                                       double rate) {
+std::vector<std::string> rate_warnings(std::span<const cplx> c, double dt, const Damping& d,
+                                       double gap, double rate) {
   std::vector<std::string> out;
+  const std::size_t nt = c.empty() ? 0 : c.size() - 1;
   const double t_end = dt * static_cast<double>(nt);
   const double left = damping_at(d, t_end);
   if (!(left < 1e-6))
@@ -107,6 +108,15 @@ std::vector<std::string> rate_warnings(const Damping& d, double dt, std::int64_t
         "the damping is still %.3g at the end of the time window (%.6g fs): the rate integral is "
         "cut off there; raise tmax or widen the broadening",
         left, t_end * au2fs));
+  if (nt >= 10) {
+    const double shorter = rate_at(c.first(nt - nt / 10 + 1), dt, d, gap);
+    if (std::fabs(shorter - rate) > 0.01 * std::fabs(rate))
+      out.push_back(printed(
+          "the rate changes by %.3g %% when the last tenth of the time window is left out: the "
+          "damped correlation function has not decayed enough for this gap; raise tmax or widen "
+          "the broadening",
+          100.0 * std::fabs(shorter - rate) / std::fabs(rate)));
+  }
   const double nyquist = std::numbers::pi / dt;
   if (std::fabs(gap) > nyquist)
     out.push_back(printed(

@@ -52,10 +52,12 @@ double rate_at(std::span<const std::complex<double>> c, double dt, const Damping
 // the middle one is `centre` exactly.
 std::vector<double> gap_grid(double centre, double half_width, int points);
 
-// What makes the integral untrustworthy, one sentence each: the damping not decayed to 1e-6 at
-// the end of the window nt dt, a gap above the Nyquist limit pi/dt, a negative rate.
-std::vector<std::string> rate_warnings(const Damping& d, double dt, std::int64_t nt, double gap,
-                                       double rate);
+// What makes the rate `rate` at `gap` from c[k] = C(k dt) untrustworthy, one sentence each: the
+// damping not decayed to 1e-6 at the end of the window; the rate changing by more than 1 % when
+// the last tenth of the window is left out (the damped correlation function, small as it may be,
+// still matters for this gap); a gap above the Nyquist limit pi/dt; a negative rate.
+std::vector<std::string> rate_warnings(std::span<const std::complex<double>> c, double dt,
+                                       const Damping& d, double gap, double rate);
 
 // Atomic units of time per second: k in s-1 = k in au * this.
 inline constexpr double au_per_second = 1.0 / 2.4188843265e-17;

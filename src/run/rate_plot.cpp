@@ -250,10 +250,16 @@ std::string gap_law_svg(std::span<const double> gaps, std::span<const double> ra
   const Frame f{xlo, xhi, ylo, yhi};
 
   std::string s = header();
-  s += axes(f, {"Energy-gap law of internal conversion — " + damping_words(d), "gap ΔE", "eV",
-                "log₁₀ k_IC", "s⁻¹"});
+  s += axes(f,
+            {"Energy-gap law of k_IC — " + damping_words(d), "gap ΔE", "eV", "log₁₀ k_IC", "s⁻¹"});
   s += clip_start();
   s += path(f, x, y, "stroke=\"#1f5fa8\" stroke-width=\"2\"");
+  // A dot per gap as well: a positive rate between two non-positive ones has no line to show it.
+  s += "<g fill=\"#1f5fa8\">\n";
+  for (std::size_t i = 0; i < x.size(); ++i)
+    if (std::isfinite(y[i]))
+      s += format("<circle cx=\"%.2f\" cy=\"%.2f\" r=\"1.8\"/>\n", f.px(x[i]), f.py(y[i]));
+  s += "</g>\n";
   const double xe = f.px(ead * au2ev);
   s += format(
       "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#c0392b\" "
@@ -262,7 +268,7 @@ std::string gap_law_svg(std::span<const double> gaps, std::span<const double> ra
   std::string mark = format("ΔE = ead = %.4f eV (%.0f cm⁻¹): ", ead * au2ev, ead * au2cm);
   if (rate_at_ead > 0.0) {
     const double ye = f.py(std::log10(rate_at_ead * au_per_second));
-    s += format("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"5\" fill=\"#c0392b\"/>\n", xe, ye);
+    s += format("<circle id=\"ead\" cx=\"%.1f\" cy=\"%.1f\" r=\"5\" fill=\"#c0392b\"/>\n", xe, ye);
     mark += "k_IC = " + scientific(rate_at_ead * au_per_second) + " s⁻¹";
   } else {
     mark += "k_IC ≤ 0 (no logarithm)";

@@ -99,12 +99,12 @@ TEST(RateCommand, ClosedCaseRateAndFiles) {
 
 TEST(RateCommand, DefaultBroadeningIsAnnounced) {
   ScratchDir dir;
-  closed_case({{"tmax = 12000.0", "tmax = 30000.0"}});
+  closed_case({{"tmax = 12000.0", "tmax = 30000.0"}, {"ead = 0.1", "ead = 3700 cm-1"}});
   const Result r = rate();
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("FWHM 100 cm-1"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("the default"), std::string::npos) << r.out;
-  EXPECT_EQ(r.err, "") << "30000 au is a decayed window for 100 cm-1";
+  EXPECT_EQ(r.err, "") << "30000 au is a decayed window for 100 cm-1 at the line's centre";
 }
 
 TEST(RateCommand, WarningsOnTruncationAliasingAndNegativeRates) {
