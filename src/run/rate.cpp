@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <numbers>
 #include <string>
 #include <vector>
 
@@ -120,7 +121,8 @@ void rate_command(const std::string& infile) {
   const std::vector<double> gaps = gap_grid(p.ead, kScanHalfWidthEv / au2ev, kScanPoints);
   const std::vector<double> rates = rate_scan(c, p.dt, d, gaps);
   write_text(base + ".rate", scan_text(gaps, rates), "rate scan");
-  write_text(base + ".rate.svg", gap_law_svg(gaps, rates, p.ead, rate, d), "energy-gap plot");
+  write_text(base + ".rate.svg", gap_law_svg(gaps, rates, p.ead, rate, d, std::numbers::pi / p.dt),
+             "energy-gap plot");
   write_text(base + ".corr.svg", correlation_svg(c, p.dt, d), "correlation-function plot");
 
   std::cout << damping_line(d) << '\n'
@@ -132,8 +134,9 @@ void rate_command(const std::string& infile) {
             << "written: " << base << ".exact, " << base << ".rate, " << base << ".rate.svg, "
             << base << ".corr.svg\n"
             << std::flush;
-  for (const std::string& w : rate_warnings(c, p.dt, d, p.ead, rate))
-    std::cerr << "ictvcf rate: warning: " << w << '\n';
+  std::vector<std::string> warnings = rate_warnings(c, p.dt, d, p.ead, rate);
+  if (const std::string w = scan_warning(p.dt, gaps.back()); !w.empty()) warnings.push_back(w);
+  for (const std::string& w : warnings) std::cerr << "ictvcf rate: warning: " << w << '\n';
 }
 
 }  // namespace

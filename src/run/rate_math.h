@@ -59,6 +59,10 @@ std::vector<double> gap_grid(double centre, double half_width, int points);
 std::vector<std::string> rate_warnings(std::span<const std::complex<double>> c, double dt,
                                        const Damping& d, double gap, double rate);
 
+// The warning for a scan whose highest gap `top` is above the Nyquist limit pi/dt; empty when
+// it is not.
+std::string scan_warning(double dt, double top);
+
 // Atomic units of time per second: k in s-1 = k in au * this.
 inline constexpr double au_per_second = 1.0 / 2.4188843265e-17;
 

@@ -229,7 +229,7 @@ std::vector<double> nice_ticks(double lo, double hi, int most) {
 }
 
 std::string gap_law_svg(std::span<const double> gaps, std::span<const double> rates, double ead,
-                        double rate_at_ead, const Damping& d) {
+                        double rate_at_ead, const Damping& d, double nyquist) {
   std::vector<double> x(gaps.size()), y(gaps.size(), kNaN);
   double ylo = std::numeric_limits<double>::infinity(), yhi = -ylo;
   int missing = 0;
@@ -253,6 +253,13 @@ std::string gap_law_svg(std::span<const double> gaps, std::span<const double> ra
   s += axes(f,
             {"Energy-gap law of k_IC — " + damping_words(d), "gap ΔE", "eV", "log₁₀ k_IC", "s⁻¹"});
   s += clip_start();
+  if (nyquist * au2ev < xhi) {
+    const double xn = std::max(f.px(nyquist * au2ev), kLeft);
+    s += format("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"#eeeeee\"/>\n",
+                xn, kTop, kRight - xn, kBottom - kTop);
+    s += text(xn + 6, kBottom - 12, "aliased: ΔE > π/dt", "start",
+              " font-size=\"12\" fill=\"#555555\"");
+  }
   s += path(f, x, y, "stroke=\"#1f5fa8\" stroke-width=\"2\"");
   // A dot per gap as well: a positive rate between two non-positive ones has no line to show it.
   s += "<g fill=\"#1f5fa8\">\n";

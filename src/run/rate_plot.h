@@ -12,9 +12,10 @@
 namespace ictvcf {
 
 // log10 k_IC (s-1) against the gap (eV), the point at `ead` marked. Gaps whose rate is not
-// positive have no logarithm: the curve is broken there and their number is noted.
+// positive have no logarithm: the curve is broken there and their number is noted. Gaps above
+// `nyquist` (pi/dt) are shaded as aliased.
 std::string gap_law_svg(std::span<const double> gaps, std::span<const double> rates, double ead,
-                        double rate_at_ead, const Damping& d);
+                        double rate_at_ead, const Damping& d, double nyquist);
 
 // Re C(t) and Im C(t) (au) against t (fs) for t = k dt, k = 0 .. nt, and the damping envelope
 // +-|C(0)| D(t).

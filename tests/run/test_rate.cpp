@@ -219,7 +219,7 @@ TEST(Plots, GapLawSkipsRatesWithoutALogarithm) {
   const std::vector<double> gaps = gap_grid(0.1, 0.03, 7);
   const std::vector<double> rates{1e-8, -1e-12, 0.0, 1e-6, 2e-6, -3e-9, 1e-7};
   const Damping d{DampingShape::gaussian, 1e-3, true};
-  const std::string svg = gap_law_svg(gaps, rates, 0.1, 1e-6, d);
+  const std::string svg = gap_law_svg(gaps, rates, 0.1, 1e-6, d, 1.0);
   EXPECT_EQ(svg.find("nan"), std::string::npos);
   EXPECT_EQ(svg.find("inf"), std::string::npos);
   EXPECT_EQ(count(svg, "<path"), 1u);
@@ -230,7 +230,7 @@ TEST(Plots, GapLawSkipsRatesWithoutALogarithm) {
   EXPECT_NE(svg.find("3 of 7 gaps"), std::string::npos);
   EXPECT_EQ(count(svg, "<circle"), 4u + 1u) << "a dot per positive rate and the mark at ead";
   EXPECT_NE(svg.find("id=\"ead\""), std::string::npos);
-  EXPECT_EQ(gap_law_svg(gaps, rates, 0.1, -1.0, d).find("id=\"ead\""), std::string::npos);
+  EXPECT_EQ(gap_law_svg(gaps, rates, 0.1, -1.0, d, 1.0).find("id=\"ead\""), std::string::npos);
 }
 
 // A long grid is drawn with at most two points per pixel column of the plot.

@@ -129,7 +129,9 @@ TEST(RateCommand, WarningsOnTruncationAliasingAndNegativeRates) {
     const Result r = rate();
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.err.find("above the Nyquist limit pi/dt = 13790 cm-1"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("scan's gaps above the Nyquist limit"), std::string::npos) << r.err;
     EXPECT_EQ(r.err.find("damping is still"), std::string::npos) << r.err;
+    EXPECT_NE(read_file("ft.dat.rate.svg").find("aliased"), std::string::npos);
   }
 }
 
