@@ -92,18 +92,17 @@ std::vector<cplx> exact_correlation(const ParameterSet& p, DushinData& v) {
   return assemble(p.nt, usqrt, ft, v.sqrtdone);
 }
 
-void rate_command(const std::string& infile) {
-  ParameterSet p;
-  DushinData v;
+// The block and the data files, read without leaving anything in the working directory, and
+// the checks of the run. False when a reader has asked the run to stop.
+bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v) {
   Units units;
   std::ofstream no_log;
   {
     PrivateDir scratch;
     read_run_data(infile, p, v, units, no_log, scratch.path);
   }
-  if (p.is_exit != 0) return;
-  const std::string base(rtrim(p.ftfile));
-  if (base.empty())
+  if (p.is_exit != 0) return false;
+  if (rtrim(p.ftfile).empty())
     throw IoError(infile, 0, "ftfile in the &ic_tvcf block: the rate files are named after it");
   if (p.nt < 0)
     throw FatalError("ictvcf: the time grid is empty: (tmax - tmin)/dt rounds to nt = " +
@@ -111,7 +110,27 @@ void rate_command(const std::string& infile) {
                      2);
   check_allocation({{2 * p.nt + 1, 2 * sizeof(cplx)}, {p.nt + 1, 4 * sizeof(cplx)}});
   thermal_factors(p, v);
+  return true;
+}
+
+void print_summary(const ParameterSet& p, const Damping& d, double rate, const std::string& base) {
+  std::cout << damping_line(d) << '\n'
+            << format("gap: ead = %.6g cm-1 = %.6g eV, temperature %.6g K", p.ead * au2cm,
+                      p.ead * au2ev, p.temp)
+            << '\n'
+            << format("k_IC = %.6e s-1", rate * au_per_second) << '\n'
+            << format("k_IC = %.6e au", rate) << '\n'
+            << "written: " << base << ".exact, " << base << ".rate, " << base << ".rate.svg, "
+            << base << ".corr.svg\n"
+            << std::flush;
+}
+
+void rate_command(const std::string& infile) {
+  ParameterSet p;
+  DushinData v;
+  if (!read_inputs(infile, p, v)) return;
   const Damping d = damping_from(p);
+  const std::string base(rtrim(p.ftfile));
 
   const std::vector<cplx> h = exact_correlation(p, v);
   write_table(base + ".exact", false, p.nt, p.dt, h);
@@ -124,16 +143,8 @@ void rate_command(const std::string& infile) {
   write_text(base + ".rate.svg", gap_law_svg(gaps, rates, p.ead, rate, d, std::numbers::pi / p.dt),
              "energy-gap plot");
   write_text(base + ".corr.svg", correlation_svg(c, p.dt, d), "correlation-function plot");
+  print_summary(p, d, rate, base);
 
-  std::cout << damping_line(d) << '\n'
-            << format("gap: ead = %.6g cm-1 = %.6g eV, temperature %.6g K", p.ead * au2cm,
-                      p.ead * au2ev, p.temp)
-            << '\n'
-            << format("k_IC = %.6e s-1", rate * au_per_second) << '\n'
-            << format("k_IC = %.6e au", rate) << '\n'
-            << "written: " << base << ".exact, " << base << ".rate, " << base << ".rate.svg, "
-            << base << ".corr.svg\n"
-            << std::flush;
   std::vector<std::string> warnings = rate_warnings(c, p.dt, d, p.ead, rate);
   if (const std::string w = scan_warning(p.dt, gaps.back()); !w.empty()) warnings.push_back(w);
   for (const std::string& w : warnings) std::cerr << "ictvcf rate: warning: " << w << '\n';
