@@ -91,8 +91,8 @@ int write_case(const std::string& dir, int n, long long nt) {
   std::fprintf(d, "synthetic molecule, %d modes\n%6d  num of modes\n  BEGIN_OUTPUT_1\n -\n h\n -\n",
                n, n);
   for (int j = 1; j <= n; ++j)
-    std::fprintf(d, " M%d A S0 %.10f %.12f | 0 0 | %.10f %.12f | 0 0 %d %d\n", j,
-                 v.omegag(j) * cm, v.d(j), v.omegae(j) * cm, v.d(j), j, j);
+    std::fprintf(d, " M%d A S0 %.10f %.12f | 0 0 | %.10f %.12f | 0 0 %d %d\n", j, v.omegag(j) * cm,
+                 v.d(j), v.omegae(j) * cm, v.d(j), j, j);
   for (int block = 1; block <= 2; ++block) {
     std::fprintf(d, "  BEGIN_DUSH_DATA_%d\n columns\n", block);
     for (int i = 1; i <= n; ++i) {

@@ -104,8 +104,8 @@ void coupling_file(const std::uint8_t* data, std::size_t size) {
     if ((b & 0x80) && i == v.nmode) k = v.nmode + 1 + (b & 3);
     v.order(i, 1) = v.order(i, 2) = p.n3all ? k : k + 6;
   }
-  TextFile f =
-      text_file_from_bytes("nacme.dat", std::string(reinterpret_cast<const char*>(data + 2), size - 2));
+  TextFile f = text_file_from_bytes("nacme.dat",
+                                    std::string(reinterpret_cast<const char*>(data + 2), size - 2));
   std::ostringstream log;
   outcome([&] { getrlk(p, v, f, 0, log); });
 }

@@ -17,8 +17,8 @@ void rdetm(double* a, int n, double det[2]);
 // The same for complex factors: det[0] the mantissa, det[1] the exponent in its real part.
 void zdetm(const cplx* a, int n, cplx det[2]);
 
-// D = (A B) C for n x n column-major complex matrices; D must not alias A, B or C. `T` (n x n) holds
-// the intermediate A B; without it a temporary is allocated.
+// D = (A B) C for n x n column-major complex matrices; D must not alias A, B or C. `T` (n x n)
+// holds the intermediate A B; without it a temporary is allocated.
 void zsymm3(int n, const cplx* A, const cplx* B, const cplx* C, cplx* D, cplx* T = nullptr);
 
 }  // namespace ictvcf

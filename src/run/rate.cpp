@@ -104,11 +104,7 @@ bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v) {
   if (p.is_exit != 0) return false;
   if (rtrim(p.ftfile).empty())
     throw IoError(infile, 0, "ftfile in the &ic_tvcf block: the rate files are named after it");
-  if (p.nt < 0)
-    throw FatalError("ictvcf: the time grid is empty: (tmax - tmin)/dt rounds to nt = " +
-                         std::to_string(p.nt) + "; expected tmax >= tmin and dt > 0",
-                     2);
-  check_allocation({{2 * p.nt + 1, 2 * sizeof(cplx)}, {p.nt + 1, 4 * sizeof(cplx)}});
+  check_time_grid(p.nt);
   thermal_factors(p, v);
   return true;
 }

@@ -210,17 +210,21 @@ void warn_non_finite(const std::vector<cplx>& h_ft, std::int64_t nt, double dt) 
               << " fs); check the frequencies, the temperature and the matrices\n";
 }
 
+void check_time_grid(std::int64_t nt) {
+  if (nt < 0)
+    throw FatalError("ictvcf: the time grid is empty: (tmax - tmin)/dt rounds to nt = " +
+                         std::to_string(nt) + "; expected tmax >= tmin and dt > 0",
+                     2);
+  // h_ft over -nt .. nt, and the engine's two arrays over 0 .. nt
+  check_allocation({{2 * nt + 1, sizeof(cplx)}, {nt + 1, 2 * sizeof(cplx)}});
+}
+
 bool prepare_run(const std::string& infile, RunState& s) {
   read_run_data(infile, s.p, s.v, s.units, s.log);
   if (s.p.is_exit != 0) return false;
 
   if (s.p.debug) s.log << '\n' << stamp_line("Begin:") << "\n\n";
-  const std::int64_t nt = s.p.nt;
-  if (nt < 0)
-    throw FatalError("ictvcf: the time grid is empty: (tmax - tmin)/dt rounds to nt = " +
-                         std::to_string(nt) + "; expected tmax >= tmin and dt > 0",
-                     2);
-  check_allocation({{2 * nt + 1, 2 * sizeof(cplx)}, {nt + 1, 2 * sizeof(cplx)}});
+  check_time_grid(s.p.nt);
   thermal_factors(s.p, s.v);
   return true;
 }

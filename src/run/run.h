@@ -55,6 +55,10 @@ struct RunState {
   std::ofstream log;
 };
 
+// A negative number of time steps ends the run (status 2); arrays over the grid that would not
+// fit in memory end it with the allocation message.
+void check_time_grid(std::int64_t nt);
+
 // Reading and checks, up to the thermal factors. False when the run stops after reading.
 bool prepare_run(const std::string& infile, RunState& s);
 

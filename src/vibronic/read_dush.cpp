@@ -156,7 +156,8 @@ void read_dushin(const ParameterSet& p, DushinData& v, TextFile& f, TextFile* fo
   if (v.nmode <= 0)
     throw IoError(f.name, f.line_of_last(),
                   "expected a molecule with at least one vibrational mode, but 'num of modes' "
-                  "gives " + std::to_string(v.n3) + " coordinates" +
+                  "gives " +
+                      std::to_string(v.n3) + " coordinates" +
                       (p.n3all ? "" : " (the first six, translations and rotations, are dropped)"));
 
   allocatedushindata(v, p.nt);

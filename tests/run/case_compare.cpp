@@ -115,9 +115,7 @@ std::string strip_stamp(const std::string& line) {
   return line;
 }
 
-namespace {
-
-}  // namespace
+namespace {}  // namespace
 
 TableCompare compare_tables(const std::string& expected_path, const std::string& actual_path,
                             double rtol, double t0_rtol) {

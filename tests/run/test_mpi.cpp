@@ -39,8 +39,7 @@ std::map<std::string, std::string> outputs(const std::string& case_dir, const st
   std::map<std::string, std::string> out;
   out["<status>"] = std::to_string(WIFEXITED(raw) ? WEXITSTATUS(raw) : -1);
   for (const auto& e : fs::directory_iterator("."))
-    if (std::find(inputs.begin(), inputs.end(), e.path().filename().string()) == inputs.end())
-    {
+    if (std::find(inputs.begin(), inputs.end(), e.path().filename().string()) == inputs.end()) {
       std::stringstream in(testing::read_file(e.path().string()));
       std::string text, line;
       while (std::getline(in, line)) {

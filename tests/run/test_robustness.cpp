@@ -54,7 +54,9 @@ void expect_non_finite_warning(const std::string& block, const std::string& freq
   EXPECT_TRUE(table_written());
 }
 
-TEST(Robustness, TemperatureNearZero) { expect_non_finite_warning(" temp = 1e-300\n", "1500.0", "1 0"); }
+TEST(Robustness, TemperatureNearZero) {
+  expect_non_finite_warning(" temp = 1e-300\n", "1500.0", "1 0");
+}
 TEST(Robustness, AbsurdFrequency) { expect_non_finite_warning("", "1e300", "1 0"); }
 TEST(Robustness, NotANumberInTheDuschinskyMatrix) {
   expect_non_finite_warning("", "1500.0", "NaN 0");

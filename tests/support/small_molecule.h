@@ -37,13 +37,17 @@ inline void write_molecule(const std::string& block, const std::string& freq1 = 
                           " 18.7 | 1.2 1800.0 | " + freq1 +
                           " 18.7 | 1.2 1800.0 1 1\n"
                           " M2 A S0 700.0 0.0 | 0.0 0.0 | 700.0 0.0 | 0.0 0.0 2 2\n"
-                          "  BEGIN_DUSH_DATA_1\n h\n r\n " + matrix_row1 + "\n r\n 0 1\n  END\n"
-                          "  BEGIN_DUSH_DATA_2\n h\n r\n " + matrix_row1 + "\n r\n 0 1\n  END\n");
+                          "  BEGIN_DUSH_DATA_1\n h\n r\n " +
+                          matrix_row1 +
+                          "\n r\n 0 1\n  END\n"
+                          "  BEGIN_DUSH_DATA_2\n h\n r\n " +
+                          matrix_row1 + "\n r\n 0 1\n  END\n");
   write_file("c.dat",
              " N 2\n Derivative Coupling x\n No Mode irrep\n -\n 1 1 A 1 0.0\n 2 2 A 1 0.04\n");
   write_file("ic.inp",
              "&ic_tvcf\n dsfile = d.dat\n coulfile = c.dat\n ftfile = ft.dat\n"
-             " logfile = ic.log\n n3all = .true.\n" + block + "/\n");
+             " logfile = ic.log\n n3all = .true.\n" +
+                 block + "/\n");
 }
 
 }  // namespace ictvcf::testing
