@@ -201,18 +201,6 @@ std::size_t count(const std::string& s, const std::string& what) {
   return n;
 }
 
-TEST(Plots, TicksAreRoundAndCoverTheRange) {
-  const std::vector<double> t = nice_ticks(-0.54, 1.46, 11);
-  ASSERT_FALSE(t.empty());
-  EXPECT_LE(t.size(), 11u);
-  EXPECT_GE(t.front(), -0.54);
-  EXPECT_LE(t.back(), 1.46);
-  EXPECT_LT(t.front() - (t[1] - t[0]), -0.54);  // no room for one more tick at either end
-  EXPECT_GT(t.back() + (t[1] - t[0]), 1.46);
-  EXPECT_NEAR(t[1] - t[0], 0.2, 1e-15);
-  EXPECT_EQ(nice_ticks(3.0, 3.0, 8).size(), 0u);
-}
-
 // A logarithm of non-positive rates must break the curve, not put "nan" in the file.
 TEST(Plots, GapLawSkipsRatesWithoutALogarithm) {
   const std::vector<double> gaps = gap_grid(0.1, 0.03, 7);
@@ -229,16 +217,6 @@ TEST(Plots, GapLawSkipsRatesWithoutALogarithm) {
   EXPECT_EQ(count(svg, "<circle"), 4u + 1u) << "a dot per positive rate and the mark at ead";
   EXPECT_NE(svg.find("id=\"ead\""), std::string::npos);
   EXPECT_EQ(gap_law_svg(gaps, rates, 0.1, -1.0, d, 1.0).find("id=\"ead\""), std::string::npos);
-}
-
-// A long grid is drawn with at most two points per pixel column of the plot.
-TEST(Plots, LongCorrelationFunctionIsReduced) {
-  const std::vector<cplx> c = line(1e-6, 0.02, 1.0, 200000);
-  const Damping d{DampingShape::gaussian, 1e-4, false};
-  const std::string svg = correlation_svg(c, 1.0, d);
-  EXPECT_LT(svg.size(), 400000u);
-  EXPECT_EQ(svg.find("nan"), std::string::npos);
-  EXPECT_NE(svg.find("(10⁻⁶ au)"), std::string::npos) << "power of ten moved to the axis title";
 }
 
 }  // namespace

@@ -309,30 +309,5 @@ TEST(FortranFormat, InfinityAndNaNInNarrowFields) {
   EXPECT_EQ(fmt_f(kNaN, 2, 1), "**");
 }
 
-TEST(FortranFormat, IntegerExtremesAndZeroMinimumDigits) {
-  EXPECT_EQ(fmt_i(std::numeric_limits<long long>::min(), 20), "-9223372036854775808");
-  EXPECT_EQ(fmt_i(std::numeric_limits<long long>::min(), 19), "*******************");
-  EXPECT_EQ(fmt_i(0, 3, 0), "   ");  // Iw.0 writes zero as blanks
-  EXPECT_EQ(fmt_i(-7, 6, 4), " -0007");
-  EXPECT_EQ(fmt_i(5, 2, 3), "**");  // m wider than the field
-}
-
-TEST(FortranFormat, ListDirectedSingleAndExponentForms) {
-  EXPECT_EQ(ld_record({1e-5f}), "   9.99999975E-06");
-  EXPECT_EQ(ld_record({-3.0e20f}), "  -3.00000006E+20");
-  EXPECT_EQ(ld_record({-kInf}), "                 -Infinity");
-  EXPECT_EQ(ld_record({true, "x", 1}), " T x           1");
-}
-
-TEST(FortranFormat, LongOutputStaysExact) {
-  // 40 significant digits and a fixed field of 400 digits: past any small buffer.
-  EXPECT_EQ(fmt_e(0.1, 46, 40), "0.1000000000000000055511151231257827021182E+00");
-  const std::string big = fmt_f(1e300, 400, 2);
-  ASSERT_EQ(big.size(), 400u);
-  EXPECT_EQ(big.find_first_not_of(' '), 96u);  // 301 integer digits, a point, two decimals
-  EXPECT_EQ(big.substr(397), ".00");
-  EXPECT_EQ(std::strtod(big.c_str(), nullptr), 1e300);
-}
-
 }  // namespace
 }  // namespace ictvcf

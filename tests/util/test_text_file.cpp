@@ -46,14 +46,6 @@ TEST_F(TextFileTest, SplitsIntoRecords) {
   EXPECT_EQ(records_of(std::string("x\0y\n", 4)), Records{std::string("x\0y", 3)});
 }
 
-TEST_F(TextFileTest, LargeFileKeepsEveryByte) {
-  std::string bytes;
-  for (int k = 0; k < 200000; ++k) bytes += std::to_string(k) + "\n";
-  const Records r = records_of(bytes);
-  ASSERT_EQ(r.size(), 200000u);
-  EXPECT_EQ(r[123456], "123456");
-}
-
 TEST_F(TextFileTest, MissingFileOrDirectoryIsAnIoError) {
   for (const std::string& name : {(dir_ / "none.dat").string(), dir_.string()}) {
     try {
