@@ -147,14 +147,4 @@ int run_mpi(const std::string& infile) {
 
 }  // namespace ictvcf
 
-#else
-
-namespace ictvcf {
-
-int run_mpi(const std::string& infile) {
-  return guarded([&] { run(infile); });
-}
-
-}  // namespace ictvcf
-
 #endif

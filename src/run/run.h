@@ -72,7 +72,8 @@ Progress terminal_progress();
 // The complete run of `ictvcf INPUT`. Throws StopRun, IoError or FatalError.
 void run(const std::string& infile);
 
-// The run with the time grid split over MPI ranks (builds with MPI only); returns the status.
+// The run with the time grid split over MPI ranks; returns the status. Defined only in builds
+// with ICTVCF_MPI=ON.
 int run_mpi(const std::string& infile);
 
 // Runs `body`, turning every error into its message and exit status.
