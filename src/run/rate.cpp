@@ -52,13 +52,6 @@ struct PrivateDir {
   PrivateDir& operator=(const PrivateDir&) = delete;
 };
 
-template <class... A>
-std::string format(const char* f, A... a) {
-  char buf[512];
-  std::snprintf(buf, sizeof buf, f, a...);
-  return buf;
-}
-
 void write_text(const std::string& name, const std::string& text, const char* what) {
   std::ofstream out(name, std::ios::binary | std::ios::trunc);
   out << text;
@@ -67,18 +60,18 @@ void write_text(const std::string& name, const std::string& text, const char* wh
 }
 
 std::string scan_text(const std::vector<double>& gaps, const std::vector<double>& rates) {
-  std::string s = format("#%13s %12s %17s %17s\n", "dE(cm-1)", "dE(eV)", "k_IC(au)", "k_IC(s-1)");
+  std::string s = printed("#%13s %12s %17s %17s\n", "dE(cm-1)", "dE(eV)", "k_IC(au)", "k_IC(s-1)");
   for (std::size_t i = 0; i < gaps.size(); ++i)
-    s += format("%14.4f %12.6f %17.8e %17.8e\n", gaps[i] * au2cm, gaps[i] * au2ev, rates[i],
-                rates[i] * au_per_second);
+    s += printed("%14.4f %12.6f %17.8e %17.8e\n", gaps[i] * au2cm, gaps[i] * au2ev, rates[i],
+                 rates[i] * au_per_second);
   return s;
 }
 
 std::string damping_line(const Damping& d) {
   const char* shape = d.shape == DampingShape::gaussian ? "Gaussian" : "Lorentzian";
   const char* width = d.shape == DampingShape::gaussian ? "sigma" : "half width";
-  std::string s = format("damping: %s, FWHM %.6g cm-1 (%s %.6g cm-1)", shape, line_fwhm(d) * au2cm,
-                         width, d.width * au2cm);
+  std::string s = printed("damping: %s, FWHM %.6g cm-1 (%s %.6g cm-1)", shape, line_fwhm(d) * au2cm,
+                          width, d.width * au2cm);
   if (d.chosen_by_default) s += ", the default: the input sets no broadening (isgauss)";
   return s;
 }
@@ -111,11 +104,11 @@ bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v) {
 
 void print_summary(const ParameterSet& p, const Damping& d, double rate, const std::string& base) {
   std::cout << damping_line(d) << '\n'
-            << format("gap: ead = %.6g cm-1 = %.6g eV, temperature %.6g K", p.ead * au2cm,
-                      p.ead * au2ev, p.temp)
+            << printed("gap: ead = %.6g cm-1 = %.6g eV, temperature %.6g K", p.ead * au2cm,
+                       p.ead * au2ev, p.temp)
             << '\n'
-            << format("k_IC = %.6e s-1", rate * au_per_second) << '\n'
-            << format("k_IC = %.6e au", rate) << '\n'
+            << printed("k_IC = %.6e s-1", rate * au_per_second) << '\n'
+            << printed("k_IC = %.6e au", rate) << '\n'
             << "written: " << base << ".exact, " << base << ".rate, " << base << ".rate.svg, "
             << base << ".corr.svg\n"
             << std::flush;

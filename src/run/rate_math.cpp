@@ -18,12 +18,6 @@ namespace {
 // sigma / FWHM of a Gaussian: 1 / (2 sqrt(2 ln 2)).
 const double kSigmaPerFwhm = 1.0 / (2.0 * std::sqrt(2.0 * std::numbers::ln2));
 
-std::string printed(const char* format, double a, double b = 0.0) {
-  char buf[512];
-  std::snprintf(buf, sizeof buf, format, a, b);
-  return buf;
-}
-
 }  // namespace
 
 Damping damping_from(const ParameterSet& p) {

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "input/values.h"
+#include "util/strings.h"
 
 namespace ictvcf {
 
@@ -18,13 +19,6 @@ constexpr double kWidth = 760, kHeight = 470;
 constexpr double kLeft = 96, kRight = kWidth - 24, kTop = 74, kBottom = kHeight - 64;
 const char* const kFont = "DejaVu Sans, Helvetica, Arial, sans-serif";
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-template <class... A>
-std::string format(const char* f, A... a) {
-  char buf[512];
-  std::snprintf(buf, sizeof buf, f, a...);
-  return buf;
-}
 
 struct Frame {
   double xlo, xhi, ylo, yhi;
@@ -71,7 +65,7 @@ TickLabels tick_labels(const std::vector<double>& ticks) {
   for (double t : ticks) {
     double v = t * scale;
     if (std::fabs(v) < 1e-9 * step) v = 0.0;  // no "-0"
-    out.text.push_back(format("%.*f", decimals, v));
+    out.text.push_back(printed("%.*f", decimals, v));
   }
   return out;
 }
@@ -84,7 +78,7 @@ std::string axis_title(const std::string& name, const std::string& unit, int pow
 
 std::string text(double x, double y, const std::string& s, const char* anchor = "middle",
                  const char* extra = "") {
-  return format("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"%s\"%s>", x, y, anchor, extra) + s +
+  return printed("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"%s\"%s>", x, y, anchor, extra) + s +
          "</text>\n";
 }
 
@@ -100,23 +94,23 @@ std::string axes(const Frame& f, const Titles& names) {
   const TickLabels xl = tick_labels(xt), yl = tick_labels(yt);
   s += "<g stroke=\"#dddddd\" stroke-width=\"1\">\n";
   for (double x : xt)
-    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", f.px(x), kTop, f.px(x),
-                kBottom);
+    s += printed("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", f.px(x), kTop,
+                 f.px(x), kBottom);
   for (double y : yt)
-    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", kLeft, f.py(y), kRight,
-                f.py(y));
+    s += printed("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", kLeft, f.py(y),
+                 kRight, f.py(y));
   s += "</g>\n";
-  s += format(
+  s += printed(
       "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"none\" "
       "stroke=\"black\"/>\n",
       kLeft, kTop, kRight - kLeft, kBottom - kTop);
   s += "<g stroke=\"black\">\n";
   for (double x : xt)
-    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", f.px(x), kBottom,
-                f.px(x), kBottom + 5);
+    s += printed("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", f.px(x), kBottom,
+                 f.px(x), kBottom + 5);
   for (double y : yt)
-    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", kLeft - 5, f.py(y),
-                kLeft, f.py(y));
+    s += printed("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", kLeft - 5, f.py(y),
+                 kLeft, f.py(y));
   s += "</g>\n<g font-size=\"13\">\n";
   for (std::size_t i = 0; i < xt.size(); ++i) s += text(f.px(xt[i]), kBottom + 20, xl.text[i]);
   for (std::size_t i = 0; i < yt.size(); ++i)
@@ -125,7 +119,7 @@ std::string axes(const Frame& f, const Titles& names) {
   s += text(0.5 * (kLeft + kRight), kHeight - 18, axis_title(names.x, names.x_unit, xl.power));
   const double ymid = 0.5 * (kTop + kBottom);
   s += text(22, ymid, axis_title(names.y, names.y_unit, yl.power), "middle",
-            format(" transform=\"rotate(-90 22 %.1f)\"", ymid).c_str());
+            printed(" transform=\"rotate(-90 22 %.1f)\"", ymid).c_str());
   s += text(0.5 * (kLeft + kRight), 28, names.title, "middle", " font-size=\"16\"");
   s += "</g>\n";
   return s;
@@ -141,7 +135,7 @@ std::string path(const Frame& f, std::span<const double> x, std::span<const doub
   bool pen_down = false;
   std::size_t i = 0;
   auto emit = [&](double px, double py) {
-    d += format(pen_down ? "L%.2f %.2f " : "M%.2f %.2f ", px, py);
+    d += printed(pen_down ? "L%.2f %.2f " : "M%.2f %.2f ", px, py);
     pen_down = true;
   };
   while (i < x.size()) {
@@ -170,15 +164,15 @@ std::string path(const Frame& f, std::span<const double> x, std::span<const doub
 }
 
 std::string header() {
-  return format(
+  return printed(
              "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" "
              "viewBox=\"0 0 %.0f %.0f\" font-family=\"%s\">\n",
              kWidth, kHeight, kWidth, kHeight, kFont) +
-         format("<rect width=\"%.0f\" height=\"%.0f\" fill=\"white\"/>\n", kWidth, kHeight);
+         printed("<rect width=\"%.0f\" height=\"%.0f\" fill=\"white\"/>\n", kWidth, kHeight);
 }
 
 std::string clip_start() {
-  return format(
+  return printed(
       "<clipPath id=\"area\"><rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\"/>"
       "</clipPath>\n<g clip-path=\"url(#area)\">\n",
       kLeft, kTop, kRight - kLeft, kBottom - kTop);
@@ -190,8 +184,9 @@ std::string legend(const std::vector<std::pair<std::string, std::string>>& entri
   const double y = kTop - 14;
   double x = kLeft + 4;
   for (const auto& [style, label] : entries) {
-    s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" ", x, y - 4, x + 30, y - 4) +
-         style + "/>\n";
+    s +=
+        printed("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" ", x, y - 4, x + 30, y - 4) +
+        style + "/>\n";
     s += text(x + 36, y, label, "start");
     x += 170;
   }
@@ -199,15 +194,15 @@ std::string legend(const std::vector<std::pair<std::string, std::string>>& entri
 }
 
 std::string damping_words(const Damping& d) {
-  return format("%s damping, FWHM %.4g cm⁻¹%s",
-                d.shape == DampingShape::gaussian ? "Gaussian" : "Lorentzian", line_fwhm(d) * au2cm,
-                d.chosen_by_default ? " (default)" : "");
+  return printed("%s damping, FWHM %.4g cm⁻¹%s",
+                 d.shape == DampingShape::gaussian ? "Gaussian" : "Lorentzian",
+                 line_fwhm(d) * au2cm, d.chosen_by_default ? " (default)" : "");
 }
 
 // "6.292×10¹³"-style text for a positive number.
 std::string scientific(double v) {
   const int e = static_cast<int>(std::floor(std::log10(v)));
-  return format("%.3f×", v / std::pow(10.0, e)) + power_of_ten(e);
+  return printed("%.3f×", v / std::pow(10.0, e)) + power_of_ten(e);
 }
 
 }  // namespace
@@ -255,8 +250,8 @@ std::string gap_law_svg(std::span<const double> gaps, std::span<const double> ra
   s += clip_start();
   if (nyquist * au2ev < xhi) {
     const double xn = std::max(f.px(nyquist * au2ev), kLeft);
-    s += format("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"#eeeeee\"/>\n",
-                xn, kTop, kRight - xn, kBottom - kTop);
+    s += printed("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"#eeeeee\"/>\n",
+                 xn, kTop, kRight - xn, kBottom - kTop);
     s += text(xn + 6, kBottom - 12, "aliased: ΔE > π/dt", "start",
               " font-size=\"12\" fill=\"#555555\"");
   }
@@ -265,17 +260,17 @@ std::string gap_law_svg(std::span<const double> gaps, std::span<const double> ra
   s += "<g fill=\"#1f5fa8\">\n";
   for (std::size_t i = 0; i < x.size(); ++i)
     if (std::isfinite(y[i]))
-      s += format("<circle cx=\"%.2f\" cy=\"%.2f\" r=\"1.8\"/>\n", f.px(x[i]), f.py(y[i]));
+      s += printed("<circle cx=\"%.2f\" cy=\"%.2f\" r=\"1.8\"/>\n", f.px(x[i]), f.py(y[i]));
   s += "</g>\n";
   const double xe = f.px(ead * au2ev);
-  s += format(
+  s += printed(
       "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#c0392b\" "
       "stroke-dasharray=\"5 4\"/>\n",
       xe, kTop, xe, kBottom);
-  std::string mark = format("ΔE = ead = %.4f eV (%.0f cm⁻¹): ", ead * au2ev, ead * au2cm);
+  std::string mark = printed("ΔE = ead = %.4f eV (%.0f cm⁻¹): ", ead * au2ev, ead * au2cm);
   if (rate_at_ead > 0.0) {
     const double ye = f.py(std::log10(rate_at_ead * au_per_second));
-    s += format("<circle id=\"ead\" cx=\"%.1f\" cy=\"%.1f\" r=\"5\" fill=\"#c0392b\"/>\n", xe, ye);
+    s += printed("<circle id=\"ead\" cx=\"%.1f\" cy=\"%.1f\" r=\"5\" fill=\"#c0392b\"/>\n", xe, ye);
     mark += "k_IC = " + scientific(rate_at_ead * au_per_second) + " s⁻¹";
   } else {
     mark += "k_IC ≤ 0 (no logarithm)";
@@ -284,7 +279,7 @@ std::string gap_law_svg(std::span<const double> gaps, std::span<const double> ra
   s += text(kLeft + 4, kTop - 14, mark, "start", " fill=\"#c0392b\"");
   if (missing > 0)
     s += text(kRight, kHeight - 18,
-              format("%d of %zu gaps with k_IC ≤ 0 not drawn", missing, gaps.size()), "end",
+              printed("%d of %zu gaps with k_IC ≤ 0 not drawn", missing, gaps.size()), "end",
               " fill=\"#555555\" font-size=\"12\"");
   s += "</g>\n</svg>\n";
   return s;
@@ -316,8 +311,8 @@ std::string correlation_svg(std::span<const cplx> c, double dt, const Damping& d
   std::string s = header();
   s += axes(f, {"Correlation function C(t) — " + damping_words(d), "time t", "fs", "C(t)", "au"});
   s += clip_start();
-  s += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#999999\"/>\n", kLeft,
-              f.py(0.0), kRight, f.py(0.0));
+  s += printed("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#999999\"/>\n",
+               kLeft, f.py(0.0), kRight, f.py(0.0));
   s += path(f, t, up, env_style) + path(f, t, down, env_style);
   s += path(f, t, im, im_style) + path(f, t, re, re_style);
   s += "</g>\n";

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -41,6 +42,14 @@ inline std::string lower_ascii(std::string_view s) {
   for (char& c : r)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   return r;
+}
+
+// printf-style formatting into a string (up to 511 characters), for messages and plot text.
+template <class... A>
+std::string printed(const char* format, A... args) {
+  char buf[512];
+  std::snprintf(buf, sizeof buf, format, args...);
+  return buf;
 }
 
 }  // namespace ictvcf
