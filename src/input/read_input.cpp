@@ -200,7 +200,9 @@ void readinput(ParameterSet& p, Units& units, const std::string& infile,
     blockname = scratch_dir + "/.";
     blockname += rtrim(base);
   }
-  blockname = pad(blockname, std::max<std::size_t>(200, blockname.size()));
+  // The block-file name is a 200-character field; a scratch path is never cut.
+  blockname =
+      pad(blockname, scratch_dir.empty() ? 200 : std::max<std::size_t>(200, blockname.size()));
   BlockSource source =
       extract_input(units, infile, std::string(rtrim(blockname)), startmark, endmark);
   read_input(p, units, blockname, convfile, &source, scratch_dir.empty());
