@@ -46,8 +46,6 @@ const char* const kUsage =
 
 }  // namespace
 
-int run_rate(const std::string& infile);
-
 int main_entry(int argc, char** argv) {
   const std::string first = argc > 1 ? argv[1] : "";
   if (argc < 2) {

@@ -24,8 +24,6 @@
 
 namespace ictvcf {
 
-int run_rate(const std::string& infile);
-
 namespace {
 
 using cplx = std::complex<double>;

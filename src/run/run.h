@@ -76,6 +76,9 @@ void run(const std::string& infile);
 // with ICTVCF_MPI=ON.
 int run_mpi(const std::string& infile);
 
+// `ictvcf rate INPUT`: the exact correlation function and the rate constant; returns the status.
+int run_rate(const std::string& infile);
+
 // Runs `body`, turning every error into its message and exit status.
 int guarded(const std::function<void()>& body);
 
