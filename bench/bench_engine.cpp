@@ -7,7 +7,9 @@
 //        ictvcf_bench --write-case DIR NMODE NT
 //                                      (writes a synthetic molecule as input and data files, for
 //                                      timing whole runs such as bench/mpi-scaling.sh)
+#ifdef _OPENMP
 #include <omp.h>
+#endif
 
 #include <chrono>
 #include <cstdio>
@@ -16,10 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/fast.h"
-#include "engine/intdata.h"
-#include "engine/lapack.h"
+#include "engine/engine.h"
 #include "support/synthetic.h"
+#include "util/lapack.h"
 
 namespace {
 
@@ -54,22 +55,18 @@ double lapack_floor(int n, double budget) {
           i == j ? cplx(3.0 + i % 7, 0.5)
                  : cplx(std::sin(i + 2.0 * j), std::cos(i * j + 1.0)) / (1.0 + n);
   std::vector<int> ip1(n), ip2(n);
-  int info = 0, query = -1;
-  cplx size;
-  zgetri_(&n, base.data(), &n, ip1.data(), &size, &query, &info);
-  int lwork = std::max(n, static_cast<int>(size.real()));
-  std::vector<cplx> work(lwork);
-  openblas_set_num_threads(1);
+  std::vector<cplx> work;
+  const ictvcf::lapack::SingleThreadedBlas single;
   return per_point(
       [&](std::int64_t points) {
         for (std::int64_t k = 0; k < points; ++k) {
           a = base;
           b = base;
           b[0] += 1.0;
-          zgetrf_(&n, &n, a.data(), &n, ip1.data(), &info);
-          zgetrf_(&n, &n, b.data(), &n, ip2.data(), &info);
-          zgetri_(&n, a.data(), &n, ip1.data(), work.data(), &lwork, &info);
-          zgetri_(&n, b.data(), &n, ip2.data(), work.data(), &lwork, &info);
+          ictvcf::lapack::getrf(n, a.data(), ip1.data());
+          ictvcf::lapack::getrf(n, b.data(), ip2.data());
+          ictvcf::lapack::getri(n, a.data(), ip1.data(), work);
+          ictvcf::lapack::getri(n, b.data(), ip2.data(), work);
         }
       },
       budget, 2);
@@ -78,8 +75,7 @@ double lapack_floor(int n, double budget) {
 // The synthetic system as the program's files: block-layout Duschinsky file (all coordinates
 // kept as modes), new-layout coupling file and the input block.
 int write_case(const std::string& dir, int n, long long nt) {
-  auto sys = ictvcf::testing::random_system(n, 42u + n, 0.6, 300.0, 0, 0, 20.0);
-  const auto& v = sys.v;
+  const auto v = ictvcf::testing::random_system(n, 42u + n, 0.6, 300.0);
   const double cm = 219474.6307;
   std::FILE* d = std::fopen((dir + "/dushin.dat").c_str(), "w");
   std::FILE* c = std::fopen((dir + "/nacme.dat").c_str(), "w");
@@ -91,8 +87,8 @@ int write_case(const std::string& dir, int n, long long nt) {
   std::fprintf(d, "synthetic molecule, %d modes\n%6d  num of modes\n  BEGIN_OUTPUT_1\n -\n h\n -\n",
                n, n);
   for (int j = 1; j <= n; ++j)
-    std::fprintf(d, " M%d A S0 %.10f %.12f | 0 0 | %.10f %.12f | 0 0 %d %d\n", j, v.omegag(j) * cm,
-                 v.d(j), v.omegae(j) * cm, v.d(j), j, j);
+    std::fprintf(d, " M%d A S0 %.10f %.12f | 0 0 | %.10f %.12f | 0 0 %d %d\n", j,
+                 v.omegag[j - 1] * cm, v.d[j - 1], v.omegae[j - 1] * cm, v.d[j - 1], j, j);
   for (int block = 1; block <= 2; ++block) {
     std::fprintf(d, "  BEGIN_DUSH_DATA_%d\n columns\n", block);
     for (int i = 1; i <= n; ++i) {
@@ -102,7 +98,7 @@ int write_case(const std::string& dir, int n, long long nt) {
     }
   }
   std::fprintf(c, " NMODE %d\n Derivative Coupling synthetic\n No Mode irrep\n ----\n", n);
-  for (int j = 1; j <= n; ++j) std::fprintf(c, " %d %d A 0 %.12e\n", j, j, v.rif(j));
+  for (int j = 1; j <= n; ++j) std::fprintf(c, " %d %d A 0 %.12e\n", j, j, v.rif[j - 1]);
   std::fprintf(in,
                "&ic_tvcf\n dsfile = dushin.dat\n coulfile = nacme.dat\n ftfile = ic_tvcf.dat\n"
                " logfile = ic_tvcf.log\n n3all = .true.\n temp = 300 K\n dt = 20\n tmax = %lld\n"
@@ -128,7 +124,11 @@ int main(int argc, char** argv) {
       sizes.push_back(std::atoi(argv[i]));
   }
   if (sizes.empty()) sizes = {48, 144, 294, 594};
+#ifdef _OPENMP
   const int threads = omp_get_max_threads();
+#else
+  const int threads = 1;
+#endif
   std::printf("ictvcf engine benchmark: %d threads available (OMP_NUM_THREADS), budget %.1f s\n",
               threads, budget);
   std::printf("time per time point, milliseconds\n");
@@ -136,7 +136,7 @@ int main(int argc, char** argv) {
               "fast 1 thr", "fast all", "LAPACK floor", "speed-up", "fast/floor", "efficiency",
               "all/1");
   for (int n : sizes) {
-    auto sys = ictvcf::testing::random_system(n, 42u + n, 0.6, 300.0, 0, 0, 20.0);
+    const auto sys = ictvcf::testing::random_system(n, 42u + n, 0.6, 300.0);
     std::vector<cplx> u, f;
     auto grow = [&](std::int64_t points) {
       u.resize(points + 1);
@@ -145,19 +145,19 @@ int main(int argc, char** argv) {
     const double t_ref = per_point(
         [&](std::int64_t points) {
           grow(points);
-          ictvcf::getintegratedata(sys.p, sys.v, 1, points, u.data(), f.data());
+          ictvcf::getintegratedata(sys, 20.0, 1, points, u.data(), f.data());
         },
         budget, 1);
     const double t_fast1 = per_point(
         [&](std::int64_t points) {
           grow(points);
-          ictvcf::fast_integrate(sys.p, sys.v, 1, points, u.data(), f.data(), false, 1);
+          ictvcf::compute_correlation(sys, 20.0, 1, points, u.data(), f.data(), false, 1);
         },
         budget, 4);
     const double t_fast = per_point(
         [&](std::int64_t points) {
           grow(points);
-          ictvcf::fast_integrate(sys.p, sys.v, 1, points, u.data(), f.data(), false, threads);
+          ictvcf::compute_correlation(sys, 20.0, 1, points, u.data(), f.data(), false, threads);
         },
         budget, 4 * threads);
     const double t_floor = lapack_floor(n, budget);

@@ -12,8 +12,8 @@
 #include <numbers>
 #include <vector>
 
-#include "input/values.h"
-#include "run/rate_math.h"
+#include "rate/integral.h"
+#include "util/constants.h"
 
 namespace {
 

@@ -54,21 +54,21 @@
 // What remains per time point: two real congruences as symmetric rank-k products (BLAS-3), two
 // symmetric factorisations (LAPACK), a few solves and O(n^2) work. The tests check the result
 // against the straightforward engine.
-#include "engine/fast.h"
-
 #include <atomic>
 #include <cmath>
 #include <exception>
+#include <optional>
 #include <vector>
 
 #ifdef _OPENMP
 #include <omp.h>
 #endif
 
-#include "engine/kernels.h"
-#include "engine/lapack.h"
-#include "input/values.h"
+#include "engine/engine.h"
+#include "util/constants.h"
+#include "util/lapack.h"
 #include "util/memory.h"
+#include "util/scaled_product.h"
 
 namespace ictvcf {
 
@@ -101,11 +101,7 @@ struct Workspace {
         rhs_q(2 * static_cast<std::size_t>(n)),
         ipiv1(n),
         ipiv2(n) {
-    int info = 0, query = -1;
-    cplx size;
-    const char lower = 'L';
-    zsytrf_(&lower, &n, bpa.data(), &n, ipiv1.data(), &size, &query, &info);
-    lwork = std::max(1, static_cast<int>(size.real()));
+    lwork = lapack::sytrf_lwork(n);
     work.resize(static_cast<std::size_t>(lwork));
   }
 
@@ -131,8 +127,8 @@ struct Workspace {
 long long workspace_doubles(long long n) { return 16 * n * n + 30 * n; }
 
 struct Inputs {
-  const ParameterSet& p;
-  const DushinData& v;
+  const EngineInputs& v;
+  double dt;
   double beta;
   Path path;
   int mode;  // the selected mode (0-based) on the single-mode path
@@ -167,20 +163,15 @@ void congruence(Workspace& ws, const double* S, const double* xd, double* out) {
     for (int i = 0; i < kp; ++i) cp[i] = root_p[i] * col[rows_p[i]];
     for (int i = 0; i < km; ++i) cm[i] = root_m[i] * col[rows_m[i]];
   }
-  const char lower = 'L', trans = 'T';
-  const double one = 1.0, minus = -1.0, zero = 0.0;
-  const int ldp = std::max(kp, 1), ldm = std::max(km, 1);
-  dsyrk_(&lower, &trans, &n, &kp, &one, ap, &ldp, &zero, out, &n);
-  if (km > 0) dsyrk_(&lower, &trans, &n, &km, &minus, am, &ldm, &one, out, &n);
+  lapack::syrk_t(n, kp, 1.0, ap, std::max(kp, 1), 0.0, out);
+  if (km > 0) lapack::syrk_t(n, km, -1.0, am, km, 1.0, out);
 }
 
 // Symmetric factorisation of the lower triangle of A; returns the determinant of D block by
 // block into `det_at` (a 2x2 block's determinant at its first index, 1 at its second).
 void factorise(Workspace& ws, cplx* A, int* ipiv, std::vector<cplx>& det_at) {
   const int n = ws.n;
-  const char lower = 'L';
-  int info = 0;
-  zsytrf_(&lower, &n, A, &n, ipiv, ws.work.data(), &ws.lwork, &info);
+  lapack::sytrf(n, A, ipiv, ws.work.data(), ws.lwork);
   for (int k = 0; k < n; ++k) {
     const std::size_t kk = static_cast<std::size_t>(k) * (n + 1);
     if (ipiv[k] > 0 || k + 1 == n) {
@@ -195,9 +186,7 @@ void factorise(Workspace& ws, cplx* A, int* ipiv, std::vector<cplx>& det_at) {
 }
 
 void solve(Workspace& ws, const cplx* A, const int* ipiv, cplx* b, int nrhs) {
-  const char lower = 'L';
-  int info = 0;
-  zsytrs_(&lower, &ws.n, &nrhs, A, &ws.n, ipiv, b, &ws.n, &info);
+  lapack::sytrs(ws.n, nrhs, A, ipiv, b);
 }
 
 // The full inverse from a factorisation (general path).
@@ -208,10 +197,10 @@ void invert(Workspace& ws, const cplx* A, const int* ipiv, std::vector<cplx>& in
 }
 
 void time_point(const Inputs& in, Workspace& ws, std::int64_t q, cplx& usqrt, cplx& f) {
-  const DushinData& v = in.v;
+  const EngineInputs& v = in.v;
   const int n = ws.n;
   const double* S = v.s.ptr();
-  const double t = q == 0 ? in.p.dt * 1e-05 : in.p.dt * static_cast<double>(q);
+  const double t = q == 0 ? in.dt * 1e-05 : in.dt * static_cast<double>(q);
   const cplx z(-t, -in.beta);
   double* xr = ws.x.data();
 
@@ -343,7 +332,7 @@ void time_point(const Inputs& in, Workspace& ws, std::int64_t q, cplx& usqrt, cp
 }
 
 // Which contraction the coupling matrix and the mask allow.
-Path choose_path(const DushinData& v, int& mode) {
+Path choose_path(const EngineInputs& v, int& mode) {
   const int n = v.nmode;
   int selected = 0, diagonal = -1;
   bool rank_one = true;
@@ -353,7 +342,7 @@ Path choose_path(const DushinData& v, int& mode) {
         ++selected;
         if (j == k) diagonal = j - 1;
       }
-      if (v.r(j, k) != v.rif(j) * v.rif(k)) rank_one = false;
+      if (v.r(j, k) != v.rif[j - 1] * v.rif[k - 1]) rank_one = false;
     }
   if (selected == 1 && diagonal >= 0) {
     mode = diagonal;
@@ -365,9 +354,9 @@ Path choose_path(const DushinData& v, int& mode) {
 
 }  // namespace
 
-void fast_integrate(const ParameterSet& p, const DushinData& v, std::int64_t nstart,
-                    std::int64_t nend, cplx* usqrt, cplx* f, bool keep_imaginary, int threads,
-                    const Progress& progress) {
+void compute_correlation(const EngineInputs& v, double dt, std::int64_t nstart, std::int64_t nend,
+                         cplx* usqrt, cplx* f, bool keep_imaginary, int threads,
+                         const Progress& progress) {
   const int n = v.nmode;
   if (n <= 0 || nend < nstart) return;
   const std::int64_t total = nend - nstart + 1;
@@ -382,41 +371,84 @@ void fast_integrate(const ParameterSet& p, const DushinData& v, std::int64_t nst
 
   int mode = 0;
   const Path path = choose_path(v, mode);
-  const Inputs in{p, v, kelvin_per_hartree / p.temp, path, mode, keep_imaginary};
+  const Inputs in{v, dt, kelvin_per_hartree / v.temp, path, mode, keep_imaginary};
   // One thread per time point, BLAS single-threaded inside: the arithmetic of a point does not
   // depend on how many threads run.
-  const int blas_threads = openblas_get_num_threads();
-  openblas_set_num_threads(1);
+  const lapack::SingleThreadedBlas single;
   std::atomic<std::int64_t> done{0};
   std::atomic<bool> failed{false};
   std::exception_ptr error;
+  auto fail = [&]() {
+#pragma omp critical(ictvcf_engine_error)
+    {
+      if (!failed.exchange(true)) error = std::current_exception();
+    }
+  };
 
+  // Every thread reaches the worksharing loop, even when its workspace could not be made, and
+  // no exception leaves an iteration: the first one is kept and rethrown after the loop.
 #pragma omp parallel num_threads(nthreads)
   {
+    std::optional<Workspace> ws;
     try {
-      Workspace ws(n);
-#pragma omp for schedule(dynamic, 1)
-      for (std::int64_t m = 0; m < total; ++m) {
-        if (failed.load(std::memory_order_relaxed)) continue;
-        time_point(in, ws, nstart + m, usqrt[m], f[m]);
-        const std::int64_t now = done.fetch_add(1, std::memory_order_relaxed) + 1;
-#ifdef _OPENMP
-        const bool reporter = omp_get_thread_num() == 0;
-#else
-        const bool reporter = true;
-#endif
-        if (progress && reporter) progress(now, total);
-      }
+      ws.emplace(n);
     } catch (...) {
-#pragma omp critical(ictvcf_engine_error)
-      {
-        if (!failed.exchange(true)) error = std::current_exception();
+      fail();
+    }
+#pragma omp for schedule(dynamic, 1)
+    for (std::int64_t m = 0; m < total; ++m) {
+      if (failed.load(std::memory_order_relaxed)) continue;
+      try {
+        time_point(in, *ws, nstart + m, usqrt[m], f[m]);
+      } catch (...) {
+        fail();
+        continue;
       }
+      const std::int64_t now = done.fetch_add(1, std::memory_order_relaxed) + 1;
+#ifdef _OPENMP
+      const bool reporter = omp_get_thread_num() == 0;
+#else
+      const bool reporter = true;
+#endif
+      if (progress && reporter) progress(now, total);
     }
   }
-  openblas_set_num_threads(blas_threads);
   if (error) std::rethrow_exception(error);
   if (progress) progress(total, total);
+}
+
+std::vector<double> pack(const EngineInputs& in) {
+  std::vector<double> buf{static_cast<double>(in.nmode), in.temp, in.invz2det[0], in.invz2det[1]};
+  for (const std::vector<double>* x : {&in.omegag, &in.omegae, &in.d, &in.rif})
+    buf.insert(buf.end(), x->begin(), x->end());
+  buf.insert(buf.end(), in.s.data.begin(), in.s.data.end());
+  buf.insert(buf.end(), in.r.data.begin(), in.r.data.end());
+  for (char c : in.iscal.data) buf.push_back(c ? 1.0 : 0.0);
+  return buf;
+}
+
+EngineInputs unpack_engine_inputs(std::span<const double> buf) {
+  EngineInputs in;
+  const int n = static_cast<int>(buf[0]);
+  in.nmode = n;
+  in.temp = buf[1];
+  in.invz2det[0] = buf[2];
+  in.invz2det[1] = buf[3];
+  std::size_t at = 4;
+  for (std::vector<double>* x : {&in.omegag, &in.omegae, &in.d, &in.rif}) {
+    x->assign(buf.begin() + at, buf.begin() + at + n);
+    at += n;
+  }
+  const std::size_t nn = static_cast<std::size_t>(n) * n;
+  in.s = Matrix<double>(n, n);
+  in.r = Matrix<double>(n, n);
+  in.iscal = Matrix<char>(n, n);
+  std::copy(buf.begin() + at, buf.begin() + at + nn, in.s.data.begin());
+  at += nn;
+  std::copy(buf.begin() + at, buf.begin() + at + nn, in.r.data.begin());
+  at += nn;
+  for (std::size_t i = 0; i < nn; ++i) in.iscal.data[i] = buf[at + i] != 0.0;
+  return in;
 }
 
 }  // namespace ictvcf

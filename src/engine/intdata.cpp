@@ -1,27 +1,41 @@
-#include "engine/intdata.h"
-
 #include <cmath>
 #include <vector>
 
-#include "engine/kernels.h"
-#include "engine/lapack.h"
-#include "input/values.h"
+#include "engine/engine.h"
+#include "util/constants.h"
+#include "util/lapack.h"
 #include "util/matrix.h"
+#include "util/scaled_product.h"
 
 namespace ictvcf {
 
-void getintegratedata(const ParameterSet& p, const DushinData& v, std::int64_t nstart,
-                      std::int64_t nend, cplx* usqrt, cplx* f, bool keep_imaginary) {
+using cplx = std::complex<double>;
+
+namespace {
+
+// D = (A B) C for n x n matrices, with T holding the intermediate A B.
+void zsymm3(int n, const cplx* A, const cplx* B, const cplx* C, cplx* D, cplx* T) {
+  lapack::gemm(n, A, B, T);
+  lapack::gemm(n, T, C, D);
+}
+
+}  // namespace
+
+void getintegratedata(const EngineInputs& v, double dt, std::int64_t nstart, std::int64_t nend,
+                      cplx* usqrt, cplx* f, bool keep_imaginary) {
   const int n = v.nmode;
   if (n <= 0 || nend < nstart) return;
-  const double beta = kelvin_per_hartree / p.temp;
+  const double beta = kelvin_per_hartree / v.temp;
   const cplx I(0.0, 1.0);
   const auto& s = v.s;
-  const auto& d = v.d;
+  // 1-based views of the per-mode vectors, as the formulas read.
+  auto d = [&v](int j) { return v.d[j - 1]; };
+  auto omegag = [&v](int j) { return v.omegag[j - 1]; };
+  auto omegae = [&v](int j) { return v.omegae[j - 1]; };
 
   // Work arrays, created once for the whole call.
-  Vector<cplx> work1(n), work2(n);
   Vector<int> ipiv1(n), ipiv2(n);
+  std::vector<cplx> work;  // of the inversions
   Vector<double> ag(n), bg(n), g(n);
   Vector<cplx> ae(n), be(n), e(n), ed(n);
   Matrix<cplx> staes(n, n), stbes(n, n), a(n, n), b(n, n), bpa(n, n), bma(n, n);
@@ -37,14 +51,14 @@ void getintegratedata(const ParameterSet& p, const DushinData& v, std::int64_t n
     const std::size_t m = static_cast<std::size_t>(q - nstart);
     // Time zero is singular; it is taken at dt * 1e-5. The two states run in opposite
     // directions of time: state 1 at +t, state 2 at the complex time z = -t - i beta.
-    const double t = q == 0 ? p.dt * 1e-05 : p.dt * static_cast<double>(q);
+    const double t = q == 0 ? dt * 1e-05 : dt * static_cast<double>(q);
     const cplx z(-t, -beta);
 
     for (int j = 1; j <= n; ++j) {
-      ag(j) = v.omegag(j) / std::sin(v.omegag(j) * t);
-      ae(j) = v.omegae(j) / std::sin(v.omegae(j) * z);
-      bg(j) = v.omegag(j) / std::tan(v.omegag(j) * t);
-      be(j) = std::cos(v.omegae(j) * z) * ae(j);
+      ag(j) = omegag(j) / std::sin(omegag(j) * t);
+      ae(j) = omegae(j) / std::sin(omegae(j) * z);
+      bg(j) = omegag(j) / std::tan(omegag(j) * t);
+      be(j) = std::cos(omegae(j) * z) * ae(j);
       g(j) = bg(j) - ag(j);
       e(j) = be(j) - ae(j);
       ed(j) = d(j) * e(j);
@@ -75,9 +89,9 @@ void getintegratedata(const ParameterSet& p, const DushinData& v, std::int64_t n
     tempmatrix1 = bpa;
     tempmatrix2 = bma;
 
-    int info = 0;
-    zgetrf_(&n, &n, tempmatrix1.ptr(), &n, ipiv1.data(), &info);
-    zgetrf_(&n, &n, tempmatrix2.ptr(), &n, ipiv2.data(), &info);
+    // An exactly singular factor gives infinite or undefined values, as the formulas do.
+    lapack::getrf(n, tempmatrix1.ptr(), ipiv1.data());
+    lapack::getrf(n, tempmatrix2.ptr(), ipiv2.data());
 
     // det(diag(ag)) det(diag(ae)) / (det(b+a) det(b-a)), as a scaled product whose sign comes
     // from the row interchanges of both factorisations.
@@ -92,8 +106,8 @@ void getintegratedata(const ParameterSet& p, const DushinData& v, std::int64_t n
     usqrt[m] =
         v.invz2det[0] * det[0] * std::pow(cplx(10.0, 0.0), cplx(v.invz2det[1], 0.0) + det[1]);
 
-    zgetri_(&n, tempmatrix1.ptr(), &n, ipiv1.data(), work1.data(), &n, &info);
-    zgetri_(&n, tempmatrix2.ptr(), &n, ipiv2.data(), work2.data(), &n, &info);
+    lapack::getri(n, tempmatrix1.ptr(), ipiv1.data(), work);
+    lapack::getri(n, tempmatrix2.ptr(), ipiv2.data(), work);
 
     // (b+a)^-1 b (b-a)^-1 and (b-a)^-1 a (b+a)^-1
     zsymm3(n, tempmatrix1.ptr(), b.ptr(), tempmatrix2.ptr(), invk11.ptr(), product.ptr());

@@ -5,16 +5,9 @@
 #include <string>
 #include <string_view>
 
-namespace ictvcf {
+#include "util/constants.h"
 
-// Value in the named unit per atomic unit.
-inline constexpr double au2fs = 0.024188843265;
-inline constexpr double au2ps = 2.4188843265e-05;
-inline constexpr double au2ev = 27.21139617;
-inline constexpr double au2cm = 219474.6307;
-inline constexpr double au2db = 2.541580252938;
-inline constexpr double kelvin_per_hartree = 315774.98;
-inline constexpr double sqrt_amu = 42.69529868732622;  // sqrt(1822.88853), amu in electron masses
+namespace ictvcf {
 
 // Splits `line` (200 characters, modified in place) at its first "=": `name` the text before it,
 // `value` the first blank-free word after it, `unit` the rest, each a left-justified

@@ -15,50 +15,14 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "run/progress.h"
+#include "util/errors.h"
 
 namespace ictvcf {
 
 namespace {
 
 using cplx = std::complex<double>;
-
-// The part of the stores the engine reads, packed into doubles: a header (temp, dt, nt, nmode,
-// invz2det), then omegag, omegae, d, rif, then s, r and the mask iscal (0 or 1).
-std::vector<double> pack_engine_inputs(const ParameterSet& p, const DushinData& v) {
-  std::vector<double> buf{
-      p.temp,        p.dt,         static_cast<double>(p.nt), static_cast<double>(v.nmode),
-      v.invz2det[0], v.invz2det[1]};
-  for (const Vector<double>* x : {&v.omegag, &v.omegae, &v.d, &v.rif})
-    buf.insert(buf.end(), x->begin(), x->end());
-  buf.insert(buf.end(), v.s.data.begin(), v.s.data.end());
-  buf.insert(buf.end(), v.r.data.begin(), v.r.data.end());
-  for (char c : v.iscal.data) buf.push_back(c ? 1.0 : 0.0);
-  return buf;
-}
-
-void unpack_engine_inputs(const std::vector<double>& buf, ParameterSet& p, DushinData& v) {
-  p.temp = buf[0];
-  p.dt = buf[1];
-  p.nt = static_cast<std::int64_t>(buf[2]);
-  const int n = static_cast<int>(buf[3]);
-  v.nmode = n;
-  v.invz2det[0] = buf[4];
-  v.invz2det[1] = buf[5];
-  std::size_t at = 6;
-  for (Vector<double>* x : {&v.omegag, &v.omegae, &v.d, &v.rif}) {
-    x->assign(buf.begin() + at, buf.begin() + at + n);
-    at += n;
-  }
-  const std::size_t nn = static_cast<std::size_t>(n) * n;
-  v.s = Matrix<double>(n, n);
-  v.r = Matrix<double>(n, n);
-  v.iscal = Matrix<char>(n, n);
-  std::copy(buf.begin() + at, buf.begin() + at + nn, v.s.data.begin());
-  at += nn;
-  std::copy(buf.begin() + at, buf.begin() + at + nn, v.r.data.begin());
-  at += nn;
-  for (std::size_t i = 0; i < nn; ++i) v.iscal.data[i] = buf[at + i] != 0.0;
-}
 
 // Contiguous blocks of the points 0 .. total-1, balanced by count.
 struct Blocks {
@@ -101,28 +65,32 @@ int run_mpi(const std::string& infile) {
     return decision[1];
   }
 
+  // The engine's inputs and the grid (dt, nt), as doubles.
   std::vector<double> inputs;
   long long size = 0;
   if (rank == 0) {
-    inputs = pack_engine_inputs(s.p, s.v);
+    inputs = pack(engine_inputs(s.p, s.v));
+    inputs.push_back(s.p.dt);
+    inputs.push_back(static_cast<double>(s.p.nt));
     size = static_cast<long long>(inputs.size());
   }
   MPI_Bcast(&size, 1, MPI_LONG_LONG, 0, MPI_COMM_WORLD);
   inputs.resize(static_cast<std::size_t>(size));
   MPI_Bcast(inputs.data(), static_cast<int>(size), MPI_DOUBLE, 0, MPI_COMM_WORLD);
-  ParameterSet p;
-  DushinData v;
-  unpack_engine_inputs(inputs, p, v);
+  const double dt = inputs[inputs.size() - 2];
+  const auto nt = static_cast<std::int64_t>(inputs.back());
+  const EngineInputs in =
+      unpack_engine_inputs(std::span<const double>(inputs.data(), inputs.size() - 2));
 
-  const std::int64_t total = p.nt + 1;
+  const std::int64_t total = nt + 1;
   const Blocks blocks = split(total, ranks);
   const int mine = blocks.count[rank];
   std::vector<cplx> u_block(std::max(mine, 1)), f_block(std::max(mine, 1));
   int status = 0;
   if (mine > 0)
     status = guarded([&] {
-      compute_correlation(p, v, blocks.start[rank], blocks.start[rank] + mine - 1, u_block.data(),
-                          f_block.data(), false, rank == 0 ? terminal_progress() : Progress{});
+      compute_correlation(in, dt, blocks.start[rank], blocks.start[rank] + mine - 1, u_block.data(),
+                          f_block.data(), false, 0, rank == 0 ? terminal_progress() : Progress{});
     });
   if (status != 0) MPI_Abort(MPI_COMM_WORLD, status);
 

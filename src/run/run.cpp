@@ -1,28 +1,22 @@
 #include "run/run.h"
 
 #include <sys/time.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <memory>
-#include <new>
 
 #include "coupling/getrlk.h"
-#include "engine/dosqrt.h"
-#include "engine/engine.h"
-#include "engine/kernels.h"
 #include "input/read_input.h"
-#include "input/values.h"
 #include "run/prepare_data.h"
+#include "run/progress.h"
+#include "run/table.h"
+#include "util/constants.h"
 #include "util/errors.h"
 #include "util/fortran_format.h"
 #include "util/memory.h"
+#include "util/scaled_product.h"
 #include "util/strings.h"
 #include "util/text_file.h"
 #include "vibronic/read_dush.h"
@@ -72,85 +66,20 @@ void thermal_factors(const ParameterSet& p, DushinData& v) {
   rdetm(v.invz2.data(), v.nmode, v.invz2det);
 }
 
-std::vector<cplx> assemble(std::int64_t nt, const std::vector<cplx>& usqrt,
-                           const std::vector<cplx>& ft, Vector<cplx>& sqrtdone) {
-  std::vector<cplx> h_ft(static_cast<std::size_t>(2 * nt + 1));
-  const std::size_t zero = static_cast<std::size_t>(nt);
-  dosqrt(nt + 1, usqrt.data(), sqrtdone.data());
-  // sqrtdone on the left: re = s.re h.re - s.im h.im, im = h.re s.im + h.im s.re
-  auto times = [](cplx s, cplx h) {
-    return cplx(s.real() * h.real() - s.imag() * h.imag(),
-                h.real() * s.imag() + h.imag() * s.real());
-  };
-  h_ft[zero] = times(sqrtdone[0], ft[0]);
-  for (std::int64_t k = 1; k <= nt; ++k) {
-    const cplx c = times(sqrtdone[static_cast<std::size_t>(k)], ft[static_cast<std::size_t>(k)]);
-    h_ft[zero + static_cast<std::size_t>(k)] = c;
-    h_ft[zero - static_cast<std::size_t>(k)] = std::conj(c);
-  }
-  return h_ft;
-}
-
-namespace {
-
-void write_text_table(std::ostream& out, std::int64_t nt, double dt, const std::vector<cplx>& h) {
-  // (A14,6x, A16, 2x, A16)
-  out << fmt_a("#time(fs)", 14) << fmt_x(6) << fmt_a("IC_ft_Re(au)", 16) << fmt_x(2)
-      << fmt_a("IC_ft_Im(au)", 16) << '\n';
-  std::string buf;
-  for (std::int64_t k = -nt; k <= nt; ++k) {
-    const cplx c = h[static_cast<std::size_t>(k + nt)];
-    // (F14.5,6X,E16.9,2X,E16.9)
-    buf = fmt_f(au2fs * (dt * static_cast<double>(k)), 14, 5);
-    buf += fmt_x(6);
-    buf += fmt_e(c.real(), 16, 9);
-    buf += fmt_x(2);
-    buf += fmt_e(c.imag(), 16, 9);
-    buf += '\n';
-    out << buf;
-  }
-}
-
-// One sequential unformatted record: its byte count before and after the payload.
-void record(std::ostream& out, const void* payload, std::int32_t bytes) {
-  out.write(reinterpret_cast<const char*>(&bytes), 4);
-  out.write(static_cast<const char*>(payload), bytes);
-  out.write(reinterpret_cast<const char*>(&bytes), 4);
-}
-
-void write_binary_table(std::ostream& out, std::int64_t nt, double dt, const std::vector<cplx>& h) {
-  record(out, &nt, 8);
-  record(out, &dt, 8);
-  for (const cplx& c : h) {
-    const double pair[2] = {c.real(), c.imag()};
-    record(out, pair, 16);
-  }
-}
-
-}  // namespace
-
-void write_table(const std::string& name, bool binary, std::int64_t nt, double dt,
-                 const std::vector<cplx>& h_ft) {
-  const std::string part = name + ".part";
-  {
-    std::ofstream out(part, std::ios::binary | std::ios::trunc);
-    if (!out) throw IoError(name, 0, "cannot create the correlation-function table");
-    if (binary)
-      write_binary_table(out, nt, dt, h_ft);
-    else
-      write_text_table(out, nt, dt, h_ft);
-    out.close();
-    if (!out) {
-      std::remove(part.c_str());
-      throw IoError(name, 0, "could not write the whole correlation-function table");
-    }
-  }
-  std::error_code ec;
-  std::filesystem::rename(part, name, ec);
-  if (ec) {
-    std::remove(part.c_str());
-    throw IoError(name, 0, "cannot put the correlation-function table in place: " + ec.message());
-  }
+EngineInputs engine_inputs(const ParameterSet& p, const DushinData& v) {
+  EngineInputs in;
+  in.nmode = v.nmode;
+  in.omegag.assign(v.omegag.begin(), v.omegag.end());
+  in.omegae.assign(v.omegae.begin(), v.omegae.end());
+  in.d.assign(v.d.begin(), v.d.end());
+  in.rif.assign(v.rif.begin(), v.rif.end());
+  in.s = v.s;
+  in.r = v.r;
+  in.iscal = v.iscal;
+  in.temp = p.temp;
+  in.invz2det[0] = v.invz2det[0];
+  in.invz2det[1] = v.invz2det[1];
+  return in;
 }
 
 std::string stamp_line(const char* label) {
@@ -164,50 +93,6 @@ std::string stamp_line(const char* label) {
          fmt_i(lt.tm_mon + 1, 2, 2) + "-" + fmt_i(lt.tm_mday, 2, 2) + " " +
          fmt_i(lt.tm_hour, 2, 2) + ":" + fmt_i(lt.tm_min, 2, 2) + ":" + fmt_i(lt.tm_sec, 2, 2) +
          "." + fmt_i(tv.tv_usec / 1000, 3, 3);
-}
-
-// A progress line on standard error for long runs, when standard error is a terminal: time
-// points done, rate and time left, redrawn at most four times a second and erased at the end.
-Progress terminal_progress() {
-  if (!isatty(STDERR_FILENO)) return {};
-  struct State {
-    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now(), last;
-    bool shown = false;
-  };
-  auto state = std::make_shared<State>();
-  return [state](std::int64_t done, std::int64_t total) {
-    using namespace std::chrono;
-    const auto now = steady_clock::now();
-    if (done >= total) {
-      if (state->shown) std::fprintf(stderr, "\r%*s\r", 72, "");
-      return;
-    }
-    if (now - state->last < milliseconds(250) || now - state->start < milliseconds(500)) return;
-    state->last = now;
-    state->shown = true;
-    const double secs = duration<double>(now - state->start).count();
-    const double rate = done / std::max(secs, 1e-9);
-    const double left = (total - done) / std::max(rate, 1e-9);
-    std::fprintf(stderr, "\rictvcf: %lld/%lld time points, %.1f per second, %.0f s left   ",
-                 static_cast<long long>(done), static_cast<long long>(total), rate, left);
-    std::fflush(stderr);
-  };
-}
-
-void warn_non_finite(const std::vector<cplx>& h_ft, std::int64_t nt, double dt) {
-  std::int64_t bad = 0, first = 0;
-  for (std::int64_t k = nt; k >= -nt; --k) {
-    const cplx c = h_ft[static_cast<std::size_t>(k + nt)];
-    if (!std::isfinite(c.real()) || !std::isfinite(c.imag())) {
-      ++bad;
-      if (k >= 0) first = k;
-    }
-  }
-  if (bad > 0)
-    std::cerr << "ictvcf: warning: " << bad << " of the " << 2 * nt + 1
-              << " values of the table are not finite (the first at t = "
-              << au2fs * (dt * static_cast<double>(first))
-              << " fs); check the frequencies, the temperature and the matrices\n";
 }
 
 void check_time_grid(std::int64_t nt) {
@@ -246,7 +131,8 @@ void run(const std::string& infile) {
   if (!prepare_run(infile, s)) return;
   const std::size_t points = static_cast<std::size_t>(s.p.nt + 1);
   std::vector<cplx> usqrt(points), ft(points);
-  compute_correlation(s.p, s.v, 0, s.p.nt, usqrt.data(), ft.data(), false, terminal_progress());
+  compute_correlation(engine_inputs(s.p, s.v), s.p.dt, 0, s.p.nt, usqrt.data(), ft.data(), false, 0,
+                      terminal_progress());
   finish_run(s, usqrt, ft);
 }
 

@@ -1,16 +1,16 @@
-// One batch run from the input file to the correlation-function table, and the command line
-// around it.
+// One batch run of `ictvcf INPUT`, from the input file to the correlation-function table: the
+// parameter block (echoed to the log), the Duschinsky and coupling files, the thermal factors,
+// the engine over the time grid and the table. Its phases are also used by the MPI run and by
+// `ictvcf rate`.
 #pragma once
 
 #include <complex>
 #include <cstdint>
 #include <fstream>
-#include <functional>
-#include <ostream>
 #include <string>
 #include <vector>
 
-#include "engine/fast.h"
+#include "engine/engine.h"
 #include "input/inputfile.h"
 #include "util/files.h"
 #include "vibronic/dushindata.h"
@@ -27,22 +27,8 @@ void read_run_data(const std::string& infile, ParameterSet& p, DushinData& v, Un
 // when a factor overflows.
 void thermal_factors(const ParameterSet& p, DushinData& v);
 
-// The correlation function on k = -nt .. nt from the engine's values at k = 0 .. nt: each value
-// times the continuous square root of its determinant term, then C(-t) = C(t)*. Also fills
-// v.sqrtdone. Returns h_ft with h_ft[k + nt] the value at step k.
-std::vector<std::complex<double>> assemble(std::int64_t nt,
-                                           const std::vector<std::complex<double>>& usqrt,
-                                           const std::vector<std::complex<double>>& ft,
-                                           Vector<std::complex<double>>& sqrtdone);
-
-// A warning on standard error when values of the table are infinite or not a number.
-void warn_non_finite(const std::vector<std::complex<double>>& h_ft, std::int64_t nt, double dt);
-
-// The table, text ("(F14.5,6X,E16.9,2X,E16.9)" lines under a header) or binary (sequential
-// records: nt, dt, then the real and imaginary parts per step). Written beside the final name
-// and renamed into place once complete.
-void write_table(const std::string& name, bool binary, std::int64_t nt, double dt,
-                 const std::vector<std::complex<double>>& h_ft);
+// The part of the two stores the engine reads.
+EngineInputs engine_inputs(const ParameterSet& p, const DushinData& v);
 
 // A local time stamp line: "Begin:" or "End:  " followed by the date and time.
 std::string stamp_line(const char* label);
@@ -66,24 +52,11 @@ bool prepare_run(const std::string& infile, RunState& s);
 void finish_run(RunState& s, const std::vector<std::complex<double>>& usqrt,
                 const std::vector<std::complex<double>>& ft);
 
-// The progress line for long runs (empty when standard error is not a terminal).
-Progress terminal_progress();
-
 // The complete run of `ictvcf INPUT`. Throws StopRun, IoError or FatalError.
 void run(const std::string& infile);
 
 // The run with the time grid split over MPI ranks; returns the status. Defined only in builds
 // with ICTVCF_MPI=ON.
 int run_mpi(const std::string& infile);
-
-// `ictvcf rate INPUT`: the exact correlation function and the rate constant; returns the status.
-int run_rate(const std::string& infile);
-
-// Runs `body`, turning every error into its message and exit status.
-int guarded(const std::function<void()>& body);
-
-// The command line: `ictvcf INPUT`, `ictvcf rate INPUT`, `--help`, `--version`. Returns the exit
-// status; every error becomes its message and status here.
-int main_entry(int argc, char** argv);
 
 }  // namespace ictvcf

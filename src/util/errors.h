@@ -2,6 +2,7 @@
 // turns each into its message and exit status.
 #pragma once
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -35,5 +36,9 @@ struct FatalError : std::runtime_error {
 
 // The one-line rendering of an input/output error, as printed on standard error.
 std::string describe(const IoError& e);
+
+// Runs `body` and returns 0, or turns the error it ends with into its message (standard output
+// for a described stop, standard error otherwise) and returns the exit status.
+int guarded(const std::function<void()>& body);
 
 }  // namespace ictvcf

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -44,12 +43,7 @@ inline std::string lower_ascii(std::string_view s) {
   return r;
 }
 
-// printf-style formatting into a string (up to 511 characters), for messages and plot text.
-template <class... A>
-std::string printed(const char* format, A... args) {
-  char buf[512];
-  std::snprintf(buf, sizeof buf, format, args...);
-  return buf;
-}
+// printf-style formatting into a string, for messages and plot text (checked by the compiler).
+std::string printed(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace ictvcf

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "engine/kernels.h"
 #include "input/values.h"
 #include "util/errors.h"
 #include "util/files.h"
@@ -12,6 +11,7 @@
 #include "util/list_read.h"
 #include "util/memory.h"
 #include "util/read_checks.h"
+#include "util/scaled_product.h"
 #include "util/strings.h"
 #include "vibronic/indexx.h"
 

@@ -1,10 +1,11 @@
-// Loading a case directory into the two stores, for engine tests.
+// Loading a case directory into the two stores and the engine's inputs, for engine tests.
 #pragma once
 
 #include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "engine/engine.h"
 #include "input/inputfile.h"
 #include "run/run.h"
 #include "test_support.h"
@@ -16,10 +17,11 @@ namespace ictvcf::testing {
 struct Loaded {
   ParameterSet p;
   DushinData v;
+  EngineInputs in;
 };
 
 // Reads the case's input file and data files as a run does (in a scratch copy), and forms the
-// thermal factors. `edit` may change the input block text before the run reads it.
+// thermal factors. `extra_lines` are added to the input block before the run reads it.
 inline Loaded load_case(const std::string& dir, const std::string& input = "ic.inp",
                         const std::string& extra_lines = "") {
   ScratchDir scratch;
@@ -35,6 +37,7 @@ inline Loaded load_case(const std::string& dir, const std::string& input = "ic.i
   std::ofstream log;
   read_run_data(input, l.p, l.v, units, log);
   thermal_factors(l.p, l.v);
+  l.in = engine_inputs(l.p, l.v);
   return l;
 }
 

@@ -7,10 +7,9 @@
 #include <cstring>
 #include <random>
 
+#include "engine/engine.h"
 #include "engine/engine_support.h"
-#include "engine/fast.h"
-#include "engine/intdata.h"
-#include "input/values.h"
+#include "run/table.h"
 #include "support/synthetic.h"
 
 namespace ictvcf {
@@ -18,14 +17,13 @@ namespace {
 
 using cplx = std::complex<double>;
 
-template <class L>
-std::vector<cplx> table(L& l, bool fast, int threads = 0, bool exact = false) {
-  const std::int64_t nt = l.p.nt;
+std::vector<cplx> table(const EngineInputs& in, double dt, std::int64_t nt, bool fast,
+                        int threads = 0, bool exact = false) {
   std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
   if (fast)
-    fast_integrate(l.p, l.v, 0, nt, usqrt.data(), ft.data(), exact, threads);
+    compute_correlation(in, dt, 0, nt, usqrt.data(), ft.data(), exact, threads);
   else
-    getintegratedata(l.p, l.v, 0, nt, usqrt.data(), ft.data(), exact);
+    getintegratedata(in, dt, 0, nt, usqrt.data(), ft.data(), exact);
   Vector<cplx> sqrtdone(nt + 1);
   return assemble(nt, usqrt, ft, sqrtdone);
 }
@@ -45,9 +43,9 @@ std::pair<double, double> scaled_difference(const std::vector<cplx>& a,
   return {zero, rest};
 }
 
-template <class L>
-void expect_same_table(L& l, const std::string& what) {
-  auto [zero, rest] = scaled_difference(table(l, false), table(l, true));
+void expect_same_table(const EngineInputs& in, double dt, std::int64_t nt,
+                       const std::string& what) {
+  auto [zero, rest] = scaled_difference(table(in, dt, nt, false), table(in, dt, nt, true));
   if (std::getenv("ICTVCF_SHOW_DIFF"))
     std::printf("%s: t=0 row %.2e, other rows %.2e\n", what.c_str(), zero, rest);
   EXPECT_LE(zero, 1e-5) << what;
@@ -64,8 +62,8 @@ TEST(FastEngine, MatchesReferenceOnRandomSystems) {
   for (const Case& c :
        {Case{6, 1, 0.0, 300.0, 0}, Case{12, 2, 0.4, 300.0, 0}, Case{20, 3, 0.8, 77.0, 0},
         Case{20, 4, 0.8, 1000.0, 0}, Case{16, 5, 0.5, 300.0, 7}, Case{30, 6, 0.3, 10.0, 0}}) {
-    auto l = testing::random_system(c.n, c.seed, c.mixing, c.temp, c.mode, 60, 25.0);
-    expect_same_table(l, "n=" + std::to_string(c.n) + " seed=" + std::to_string(c.seed));
+    auto in = testing::random_system(c.n, c.seed, c.mixing, c.temp, c.mode);
+    expect_same_table(in, 25.0, 60, "n=" + std::to_string(c.n) + " seed=" + std::to_string(c.seed));
   }
 }
 
@@ -75,41 +73,41 @@ TEST(FastEngine, MatchesReferenceOnBundledMolecules) {
     std::string input = testing::read_file(dir + "/cmd");
     input = input.substr(0, input.find_first_of("\n "));
     testing::Loaded l = testing::load_case(dir, input);
-    expect_same_table(l, name);
+    expect_same_table(l.in, l.p.dt, l.p.nt, name);
   }
 }
 
 // A coupling matrix that is not an outer product, and a mask of several pairs, take the general
 // path (inverses and the pair sum over the lower triangle).
 TEST(FastEngine, GeneralMaskAndCouplingMatrix) {
-  auto l = testing::random_system(14, 21, 0.7, 300.0, 0, 40, 25.0);
-  DushinData& v = l.v;
+  auto v = testing::random_system(14, 21, 0.7, 300.0);
   for (int k = 1; k <= v.nmode; ++k)
     for (int j = 1; j <= v.nmode; ++j) {
       v.r(j, k) = 1e-4 * std::cos(j + 2.0 * k);
       v.iscal(j, k) = (j + k) % 3 != 0;
     }
-  expect_same_table(l, "general mask");
+  expect_same_table(v, 25.0, 40, "general mask");
   for (char& c : v.iscal.data) c = 0;
   std::vector<cplx> u(41), f(41);
-  fast_integrate(l.p, v, 0, 40, u.data(), f.data(), false);
+  compute_correlation(v, 25.0, 0, 40, u.data(), f.data(), false);
   for (const cplx& c : f) EXPECT_EQ(c, cplx(0.0, 0.0));
 }
 
 TEST(FastEngine, ExactFunctionKeepsTheImaginaryPart) {
-  auto l = testing::random_system(10, 9, 0.6, 300.0, 0, 30, 30.0);
-  auto [zero, rest] = scaled_difference(table(l, false, 0, true), table(l, true, 0, true));
+  auto v = testing::random_system(10, 9, 0.6, 300.0);
+  auto [zero, rest] =
+      scaled_difference(table(v, 30.0, 30, false, 0, true), table(v, 30.0, 30, true, 0, true));
   EXPECT_LE(zero, 1e-5);
   EXPECT_LE(rest, 1e-10);
 }
 
 TEST(FastEngine, SameBitsForAnyThreadCount) {
-  auto l = testing::random_system(24, 11, 0.7, 300.0, 0, 37, 20.0);
-  const std::int64_t nt = l.p.nt;
+  auto v = testing::random_system(24, 11, 0.7, 300.0);
+  const std::int64_t nt = 37;
   std::vector<std::vector<cplx>> runs;
   for (int threads : {1, 2, 3, 8}) {
     std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
-    fast_integrate(l.p, l.v, 0, nt, usqrt.data(), ft.data(), false, threads);
+    compute_correlation(v, 20.0, 0, nt, usqrt.data(), ft.data(), false, threads);
     usqrt.insert(usqrt.end(), ft.begin(), ft.end());
     runs.push_back(usqrt);
   }
@@ -118,10 +116,10 @@ TEST(FastEngine, SameBitsForAnyThreadCount) {
 }
 
 TEST(FastEngine, PartOfTheGridEqualsTheSameRowsOfTheWhole) {
-  auto l = testing::random_system(8, 12, 0.5, 300.0, 0, 20, 20.0);
+  auto v = testing::random_system(8, 12, 0.5, 300.0);
   std::vector<cplx> u_all(21), f_all(21), u_part(6), f_part(6);
-  fast_integrate(l.p, l.v, 0, 20, u_all.data(), f_all.data(), false);
-  fast_integrate(l.p, l.v, 7, 12, u_part.data(), f_part.data(), false);
+  compute_correlation(v, 20.0, 0, 20, u_all.data(), f_all.data(), false);
+  compute_correlation(v, 20.0, 7, 12, u_part.data(), f_part.data(), false);
   for (int m = 0; m < 6; ++m) {
     EXPECT_EQ(u_part[m], u_all[7 + m]);
     EXPECT_EQ(f_part[m], f_all[7 + m]);

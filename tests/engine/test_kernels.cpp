@@ -5,11 +5,12 @@
 #include <vector>
 
 #include "engine/dosqrt.h"
-#include "engine/kernels.h"
+#include "util/scaled_product.h"
 
 namespace ictvcf {
 namespace {
 
+using cplx = std::complex<double>;
 const double kInf = std::numeric_limits<double>::infinity();
 
 TEST(Rdetm, WorkedExamples) {
@@ -72,18 +73,6 @@ TEST(Zdetm, WorkedExamples) {
   a = {{kInf, 0.0}, {2.0, 0.0}};
   zdetm(a.data(), 2, det);
   EXPECT_FALSE(std::isfinite(std::abs(det[0])));
-}
-
-TEST(Zsymm3, ProductInOrder) {
-  // 2x2 column-major: A = [[1,2],[3,4]], B = [[0,1],[1,0]], C = diag(i, 2)
-  std::vector<cplx> A{1.0, 3.0, 2.0, 4.0}, B{0.0, 1.0, 1.0, 0.0}, C{cplx(0, 1), 0.0, 0.0, 2.0},
-      D(4);
-  zsymm3(2, A.data(), B.data(), C.data(), D.data());
-  // A B = [[2,1],[4,3]]; (A B) C = [[2i, 2], [4i, 6]]
-  EXPECT_EQ(D[0], cplx(0, 2));
-  EXPECT_EQ(D[1], cplx(0, 4));
-  EXPECT_EQ(D[2], cplx(2, 0));
-  EXPECT_EQ(D[3], cplx(6, 0));
 }
 
 TEST(Theta, QuadrantsAndAxis) {

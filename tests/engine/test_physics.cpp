@@ -4,9 +4,10 @@
 #include <cmath>
 #include <vector>
 
+#include "engine/engine.h"
 #include "engine/engine_support.h"
-#include "engine/intdata.h"
-#include "input/values.h"
+#include "run/table.h"
+#include "util/constants.h"
 
 namespace ictvcf {
 namespace {
@@ -16,7 +17,7 @@ using cplx = std::complex<double>;
 std::vector<cplx> table_of(testing::Loaded& l) {
   const std::int64_t nt = l.p.nt;
   std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
-  getintegratedata(l.p, l.v, 0, nt, usqrt.data(), ft.data());
+  getintegratedata(l.in, l.p.dt, 0, nt, usqrt.data(), ft.data());
   return assemble(nt, usqrt, ft, l.v.sqrtdone);
 }
 
@@ -82,7 +83,7 @@ TEST(Engine, DeterminantTermAndPivotSign) {
   ASSERT_EQ(n, 3);
   const std::int64_t steps = 40;
   std::vector<cplx> usqrt(steps + 1), ft(steps + 1);
-  getintegratedata(l.p, v, 0, steps, usqrt.data(), ft.data());
+  getintegratedata(l.in, l.p.dt, 0, steps, usqrt.data(), ft.data());
   const double beta = kelvin_per_hartree / l.p.temp;
   auto det3 = [](const cplx m[3][3]) {
     return m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]) -

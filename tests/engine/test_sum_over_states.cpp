@@ -10,12 +10,11 @@
 #include <vector>
 
 #include "engine/engine.h"
-#include "input/values.h"
-#include "run/rate_math.h"
-#include "run/run.h"
-
-extern "C" void dsyev_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda,
-                       double* w, double* work, const int* lwork, int* info);
+#include "rate/integral.h"
+#include "run/table.h"
+#include "support/synthetic.h"
+#include "util/constants.h"
+#include "util/lapack.h"
 
 namespace ictvcf {
 namespace {
@@ -29,41 +28,32 @@ struct Model {
   double temp;
 };
 
-struct Built {
-  ParameterSet p;
-  DushinData v;
-};
-
-Built build(const Model& m, double dt, std::int64_t nt) {
-  Built b;
+EngineInputs build(const Model& m) {
+  EngineInputs b;
   const int n = static_cast<int>(m.w1_cm.size());
-  b.p.temp = m.temp;
-  b.p.dt = dt;
-  b.p.nt = nt;
-  b.v.n3 = b.v.nmode = n;
-  allocatedushindata(b.v, nt);
+  b.nmode = n;
+  b.temp = m.temp;
+  b.s = Matrix<double>(n, n);
+  b.r = Matrix<double>(n, n);
+  b.iscal = Matrix<char>(n, n);
   for (int j = 1; j <= n; ++j) {
-    b.v.omegag(j) = m.w1_cm[j - 1] / au2cm;
-    b.v.omegae(j) = m.w2_cm[j - 1] / au2cm;
-    b.v.d(j) = m.d[j - 1];
-    b.v.rif(j) = m.rif[j - 1];
-    for (int k = 1; k <= n; ++k) b.v.s(j, k) = m.s[j - 1][k - 1];
+    b.omegag.push_back(m.w1_cm[j - 1] / au2cm);
+    b.omegae.push_back(m.w2_cm[j - 1] / au2cm);
+    b.d.push_back(m.d[j - 1]);
+    b.rif.push_back(m.rif[j - 1]);
+    for (int k = 1; k <= n; ++k) b.s(j, k) = m.s[j - 1][k - 1];
   }
-  for (int j = 1; j <= n; ++j)
-    for (int k = 1; k <= n; ++k) {
-      b.v.r(j, k) = b.v.rif(j) * b.v.rif(k);
-      b.v.iscal(j, k) = 1;
-    }
-  thermal_factors(b.p, b.v);
+  testing::couple(b);
+  testing::set_thermal(b);
   return b;
 }
 
 // C(k dt) for k = 0 .. nt from the engine, the imaginary part kept.
-std::vector<cplx> engine_correlation(Built& b) {
-  const std::int64_t nt = b.p.nt;
+std::vector<cplx> engine_correlation(const EngineInputs& b, double dt, std::int64_t nt) {
   std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
-  compute_correlation(b.p, b.v, 0, nt, usqrt.data(), ft.data(), true);
-  const std::vector<cplx> h = assemble(nt, usqrt, ft, b.v.sqrtdone);
+  compute_correlation(b, dt, 0, nt, usqrt.data(), ft.data(), true);
+  Vector<cplx> sqrtdone(nt + 1);
+  const std::vector<cplx> h = assemble(nt, usqrt, ft, sqrtdone);
   return {h.begin() + nt, h.end()};
 }
 
@@ -158,13 +148,8 @@ Lines sum_over_states(const Model& m, int size) {
       h[row + static_cast<std::size_t>(col) * dim] = e;
     }
   }
-  std::vector<double> e2(dim), work(1);
-  int lwork = -1, info = 0;
-  dsyev_("V", "U", &dim, h.data(), &dim, e2.data(), work.data(), &lwork, &info);
-  lwork = static_cast<int>(work[0]);
-  work.resize(lwork);
-  dsyev_("V", "U", &dim, h.data(), &dim, e2.data(), work.data(), &lwork, &info);
-  EXPECT_EQ(info, 0);
+  std::vector<double> e2(dim);
+  EXPECT_EQ(lapack::syev(dim, h.data(), e2.data()), 0);
 
   const double beta = kelvin_per_hartree / m.temp;
   double z2 = 1.0;  // the exact partition function of H2
@@ -218,8 +203,7 @@ double golden_rule(const Lines& l, double gap, double sigma) {
 void check_against_states(const Model& m, int size, const std::vector<double>& gaps_cm) {
   const double dt = 8.0;
   const std::int64_t nt = 900;  // 7200 au: a Gaussian of 200 cm-1 has decayed to 1e-7
-  Built b = build(m, dt, nt);
-  const std::vector<cplx> c = engine_correlation(b);
+  const std::vector<cplx> c = engine_correlation(build(m), dt, nt);
   const Lines lines = sum_over_states(m, size);
   const Lines finer = sum_over_states(m, size + 6);
 

@@ -8,28 +8,22 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "run/table.h"
 #include "support/synthetic.h"
 
 namespace ictvcf {
 namespace {
 
 using cplx = std::complex<double>;
-using testing::System;
+using System = EngineInputs;
+using testing::couple;
 
-// The couplings products and the pair mask from rif: every pair, or only (mode, mode).
-void couple(DushinData& v, int mode = 0) {
-  for (int j = 1; j <= v.nmode; ++j)
-    for (int k = 1; k <= v.nmode; ++k) {
-      v.r(j, k) = v.rif(j) * v.rif(k);
-      v.iscal(j, k) = mode == 0 || (j == mode && k == mode);
-    }
-}
-
-std::vector<cplx> correlation(System& s, bool exact) {
-  const std::int64_t nt = s.p.nt;
+std::vector<cplx> correlation(const System& s, bool exact) {
+  const std::int64_t nt = 150;
   std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
-  compute_correlation(s.p, s.v, 0, nt, usqrt.data(), ft.data(), exact);
-  return assemble(nt, usqrt, ft, s.v.sqrtdone);
+  compute_correlation(s, 15.0, 0, nt, usqrt.data(), ft.data(), exact);
+  Vector<cplx> sqrtdone(nt + 1);
+  return assemble(nt, usqrt, ft, sqrtdone);
 }
 
 // Equal to `factor` times `want` up to rounding: 1e-10 of the largest value, but 1e-8 on the
@@ -48,28 +42,28 @@ void expect_same(const std::vector<cplx>& got, const std::vector<cplx>& want, do
 class Symmetry : public ::testing::TestWithParam<bool> {
  protected:
   // Five modes, strongly rotated, frequency changes and displacements in both directions.
-  System base = testing::random_system(5, 7, 1.2, 400.0, 0, 150, 15.0);
+  System base = testing::random_system(5, 7, 1.2, 400.0);
   std::vector<cplx> reference = correlation(base, GetParam());
 };
 
 TEST_P(Symmetry, SignOfAFinalStateModeWithItsCoupling) {
   System s = base;
-  for (int j = 1; j <= 5; ++j) s.v.s(j, 2) = -s.v.s(j, 2);
-  s.v.rif(2) = -s.v.rif(2);
-  couple(s.v);
+  for (int j = 1; j <= 5; ++j) s.s(j, 2) = -s.s(j, 2);
+  s.rif[1] = -s.rif[1];
+  couple(s);
   expect_same(correlation(s, GetParam()), reference, 1.0, "column 2 of S and rif(2)");
 }
 
 TEST_P(Symmetry, SignOfAnInitialStateModeWithItsDisplacement) {
   System s = base;
-  for (int k = 1; k <= 5; ++k) s.v.s(4, k) = -s.v.s(4, k);
-  s.v.d(4) = -s.v.d(4);
+  for (int k = 1; k <= 5; ++k) s.s(4, k) = -s.s(4, k);
+  s.d[3] = -s.d[3];
   expect_same(correlation(s, GetParam()), reference, 1.0, "row 4 of S and d(4)");
 }
 
 TEST_P(Symmetry, ReversedDisplacement) {
   System s = base;
-  for (int j = 1; j <= 5; ++j) s.v.d(j) = -s.v.d(j);
+  for (double& x : s.d) x = -x;
   expect_same(correlation(s, GetParam()), reference, 1.0, "d -> -d");
 }
 
@@ -78,30 +72,29 @@ TEST_P(Symmetry, RelabelledModes) {
   const int perm1[] = {3, 1, 5, 2, 4}, perm2[] = {2, 5, 4, 1, 3};
   System s = base;
   for (int m = 1; m <= 5; ++m) {
-    s.v.omegag(m) = base.v.omegag(perm1[m - 1]);
-    s.v.rif(m) = base.v.rif(perm1[m - 1]);
-    s.v.omegae(m) = base.v.omegae(perm2[m - 1]);
-    s.v.d(m) = base.v.d(perm2[m - 1]);
-    s.v.invz2(m) = base.v.invz2(perm2[m - 1]);
-    for (int l = 1; l <= 5; ++l) s.v.s(m, l) = base.v.s(perm2[m - 1], perm1[l - 1]);
+    s.omegag[m - 1] = base.omegag[perm1[m - 1] - 1];
+    s.rif[m - 1] = base.rif[perm1[m - 1] - 1];
+    s.omegae[m - 1] = base.omegae[perm2[m - 1] - 1];
+    s.d[m - 1] = base.d[perm2[m - 1] - 1];
+    for (int l = 1; l <= 5; ++l) s.s(m, l) = base.s(perm2[m - 1], perm1[l - 1]);
   }
-  couple(s.v);
+  couple(s);
   expect_same(correlation(s, GetParam()), reference, 1.0, "relabelled");
 }
 
 TEST_P(Symmetry, CouplingEntersQuadratically) {
   System s = base;
-  for (int j = 1; j <= 5; ++j) s.v.rif(j) *= 3.0;
-  couple(s.v);
+  for (double& x : s.rif) x *= 3.0;
+  couple(s);
   expect_same(correlation(s, GetParam()), reference, 9.0, "rif -> 3 rif");
 }
 
 TEST_P(Symmetry, OneCoupledModeEqualsZeroingTheOthers) {
   System only = base, zeroed = base;
-  couple(only.v, 3);
+  couple(only, 3);
   for (int j = 1; j <= 5; ++j)
-    if (j != 3) zeroed.v.rif(j) = 0.0;
-  couple(zeroed.v);
+    if (j != 3) zeroed.rif[j - 1] = 0.0;
+  couple(zeroed);
   expect_same(correlation(only, GetParam()), correlation(zeroed, GetParam()), 1.0, "mode = 3");
 }
 

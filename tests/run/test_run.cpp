@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "run/run.h"
+#include "run/table.h"
 #include "support/small_molecule.h"
 #include "test_support.h"
 #include "util/errors.h"

@@ -4,42 +4,55 @@
 #include <cmath>
 #include <random>
 
-#include "input/inputfile.h"
-#include "input/values.h"
-#include "run/run.h"
-#include "vibronic/dushindata.h"
+#include "engine/engine.h"
+#include "util/constants.h"
+#include "util/scaled_product.h"
 
 namespace ictvcf::testing {
 
-struct System {
-  ParameterSet p;
-  DushinData v;
-};
+// The thermal normalisation of the inputs' current temperature and frequencies.
+inline void set_thermal(EngineInputs& in) {
+  std::vector<double> invz2(in.omegae.size());
+  for (std::size_t j = 0; j < invz2.size(); ++j) {
+    const double sh = std::sinh(kelvin_per_hartree * in.omegae[j] / in.temp / 2.0);
+    invz2[j] = 4.0 * sh * sh;
+  }
+  rdetm(invz2.data(), in.nmode, in.invz2det);
+}
+
+// The coupling products and the pair mask from rif: every pair, or only (mode, mode).
+inline void couple(EngineInputs& in, int mode = 0) {
+  for (int j = 1; j <= in.nmode; ++j)
+    for (int k = 1; k <= in.nmode; ++k) {
+      in.r(j, k) = in.rif[j - 1] * in.rif[k - 1];
+      in.iscal(j, k) = mode == 0 || (j == mode && k == mode);
+    }
+}
 
 // A random molecule-like system: frequencies 80-3300 cm-1 with changes of a few percent, Huang-
 // Rhys factors up to about 1, a Duschinsky matrix that is a product of random plane rotations.
-inline System random_system(int n, unsigned seed, double mixing, double temp, int mode,
-                            std::int64_t nt, double dt) {
+inline EngineInputs random_system(int n, unsigned seed, double mixing, double temp, int mode = 0) {
   std::mt19937 gen(seed);
   std::uniform_real_distribution<double> uni(0.0, 1.0);
-  System l;
-  l.p.temp = temp;
-  l.p.dt = dt;
-  l.p.nt = nt;
-  l.v.n3 = n;
-  l.v.nmode = n;
-  allocatedushindata(l.v, nt);
-  DushinData& v = l.v;
-  for (int j = 1; j <= n; ++j) {
+  EngineInputs v;
+  v.nmode = n;
+  v.temp = temp;
+  v.omegag.resize(n);
+  v.omegae.resize(n);
+  v.d.resize(n);
+  v.rif.resize(n);
+  v.s = Matrix<double>(n, n);
+  v.r = Matrix<double>(n, n);
+  v.iscal = Matrix<char>(n, n);
+  for (int j = 0; j < n; ++j) {
     const double wg = (80.0 + 3200.0 * std::pow(uni(gen), 1.5)) / au2cm;
-    v.omegag(j) = wg;
-    v.omegae(j) = wg * (0.92 + 0.12 * uni(gen));
+    v.omegag[j] = wg;
+    v.omegae[j] = wg * (0.92 + 0.12 * uni(gen));
     const double hr = uni(gen) < 0.3 ? uni(gen) : 0.02 * uni(gen);
-    v.d(j) = (uni(gen) < 0.5 ? -1.0 : 1.0) * std::sqrt(2.0 * hr / wg);
-    v.rif(j) = 0.03 * (uni(gen) - 0.5);
+    v.d[j] = (uni(gen) < 0.5 ? -1.0 : 1.0) * std::sqrt(2.0 * hr / wg);
+    v.rif[j] = 0.03 * (uni(gen) - 0.5);
   }
-  for (int j = 1; j <= n; ++j)
-    for (int k = 1; k <= n; ++k) v.s(j, k) = j == k ? 1.0 : 0.0;
+  for (int j = 1; j <= n; ++j) v.s(j, j) = 1.0;
   for (int rot = 0; rot < 3 * n; ++rot) {
     const int a = 1 + static_cast<int>(uni(gen) * n) % n,
               b = 1 + static_cast<int>(uni(gen) * n) % n;
@@ -51,13 +64,9 @@ inline System random_system(int n, unsigned seed, double mixing, double temp, in
       v.s(b, k) = s * x + c * y;
     }
   }
-  for (int j = 1; j <= n; ++j)
-    for (int k = 1; k <= n; ++k) {
-      v.r(j, k) = v.rif(j) * v.rif(k);
-      v.iscal(j, k) = mode == 0 || (j == mode && k == mode);
-    }
-  thermal_factors(l.p, l.v);
-  return l;
+  couple(v, mode);
+  set_thermal(v);
+  return v;
 }
 
 }  // namespace ictvcf::testing

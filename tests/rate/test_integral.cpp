@@ -8,10 +8,11 @@
 
 #include "engine/engine.h"
 #include "engine/engine_support.h"
-#include "input/values.h"
+#include "rate/integral.h"
+#include "rate/plot.h"
 #include "run/prepare_data.h"
-#include "run/rate_math.h"
-#include "run/rate_plot.h"
+#include "run/table.h"
+#include "util/constants.h"
 #include "util/errors.h"
 
 namespace ictvcf {
@@ -142,7 +143,7 @@ testing::Loaded closed_case(const char* name, const std::string& extra = "") {
 std::vector<cplx> exact_correlation(testing::Loaded& l) {
   const std::int64_t nt = l.p.nt;
   std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
-  compute_correlation(l.p, l.v, 0, nt, usqrt.data(), ft.data(), true);
+  compute_correlation(l.in, l.p.dt, 0, nt, usqrt.data(), ft.data(), true);
   const std::vector<cplx> h = assemble(nt, usqrt, ft, l.v.sqrtdone);
   return {h.begin() + nt, h.end()};
 }

@@ -1,7 +1,9 @@
+#include "cli/cli.h"
+
 #include <iostream>
-#include <new>
 #include <string>
 
+#include "rate/command.h"
 #include "run/run.h"
 #include "util/errors.h"
 
@@ -72,28 +74,6 @@ int main_entry(int argc, char** argv) {
 #else
   return guarded([&] { run(first); });
 #endif
-}
-
-int guarded(const std::function<void()>& body) {
-  try {
-    body();
-  } catch (const StopRun& e) {
-    std::cout << e.out << std::flush;
-    return e.status;
-  } catch (const IoError& e) {
-    std::cout.flush();
-    std::cerr << describe(e) << '\n';
-    return 2;
-  } catch (const FatalError& e) {
-    std::cout.flush();
-    std::cerr << e.what() << '\n';
-    return e.status;
-  } catch (const std::bad_alloc&) {
-    std::cout.flush();
-    std::cerr << "Allocation would exceed memory limit\n";
-    return 1;
-  }
-  return 0;
 }
 
 }  // namespace ictvcf

@@ -3,6 +3,8 @@
 // two plots. Reads the same block and data files as the run, but its temporary files go to a
 // private directory and it writes no log and no table of the run: only files named after
 // `ftfile` with the suffixes .exact, .rate, .rate.svg and .corr.svg.
+#include "rate/command.h"
+
 #include <stdlib.h>
 
 #include <cstdio>
@@ -14,12 +16,13 @@
 #include <vector>
 
 #include "engine/engine.h"
-#include "input/values.h"
-#include "run/rate_math.h"
-#include "run/rate_plot.h"
+#include "rate/integral.h"
+#include "rate/plot.h"
+#include "run/progress.h"
 #include "run/run.h"
+#include "run/table.h"
+#include "util/constants.h"
 #include "util/errors.h"
-#include "util/memory.h"
 #include "util/strings.h"
 
 namespace ictvcf {
@@ -78,8 +81,8 @@ std::string damping_line(const Damping& d) {
 std::vector<cplx> exact_correlation(const ParameterSet& p, DushinData& v) {
   const std::size_t points = static_cast<std::size_t>(p.nt + 1);
   std::vector<cplx> usqrt(points), ft(points);
-  compute_correlation(p, v, 0, p.nt, usqrt.data(), ft.data(), /*keep_imaginary=*/true,
-                      terminal_progress());
+  compute_correlation(engine_inputs(p, v), p.dt, 0, p.nt, usqrt.data(), ft.data(),
+                      /*keep_imaginary=*/true, 0, terminal_progress());
   return assemble(p.nt, usqrt, ft, v.sqrtdone);
 }
 

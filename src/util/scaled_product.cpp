@@ -1,11 +1,10 @@
-#include "engine/kernels.h"
+#include "util/scaled_product.h"
 
 #include <cmath>
-#include <vector>
-
-#include "engine/lapack.h"
 
 namespace ictvcf {
+
+using cplx = std::complex<double>;
 
 void rdetm(double* a, int n, double det[2]) {
   double m = 1.0, e = 0.0;
@@ -45,19 +44,6 @@ void zdetm(const cplx* a, int n, cplx det[2]) {
   }
   det[0] = m;
   det[1] = e;
-}
-
-void zsymm3(int n, const cplx* A, const cplx* B, const cplx* C, cplx* D, cplx* T) {
-  if (n <= 0) return;
-  std::vector<cplx> own;
-  if (!T) {
-    own.resize(static_cast<std::size_t>(n) * n);
-    T = own.data();
-  }
-  const cplx one(1.0, 0.0), zero(0.0, 0.0);
-  const char no = 'N';
-  zgemm_(&no, &no, &n, &n, &n, &one, A, &n, B, &n, &zero, T, &n);
-  zgemm_(&no, &no, &n, &n, &n, &one, T, &n, C, &n, &zero, D, &n);
 }
 
 }  // namespace ictvcf

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "run/rate_math.h"
+#include "rate/integral.h"
 
 namespace ictvcf {
 

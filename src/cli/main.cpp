@@ -1,4 +1,4 @@
 // ictvcf: the thermal vibration correlation function of internal conversion.
-#include "run/run.h"
+#include "cli/cli.h"
 
 int main(int argc, char** argv) { return ictvcf::main_entry(argc, argv); }

@@ -1,11 +1,11 @@
-#include "run/rate_plot.h"
+#include "rate/plot.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <limits>
 
-#include "input/values.h"
+#include "util/constants.h"
 #include "util/strings.h"
 
 namespace ictvcf {

@@ -1,11 +1,11 @@
-#include "run/rate_math.h"
+#include "rate/integral.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <numbers>
 
-#include "input/values.h"
+#include "util/constants.h"
 #include "util/errors.h"
 #include "util/strings.h"
 

@@ -63,7 +63,4 @@ std::vector<std::string> rate_warnings(std::span<const std::complex<double>> c, 
 // it is not.
 std::string scan_warning(double dt, double top);
 
-// Atomic units of time per second: k in s-1 = k in au * this.
-inline constexpr double au_per_second = 1.0 / 2.4188843265e-17;
-
 }  // namespace ictvcf
