@@ -2,6 +2,7 @@
 
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "rate/command.h"
 #include "run/run.h"
@@ -67,7 +68,10 @@ int main_entry(int argc, char** argv) {
       std::cerr << kUsage;
       return 2;
     }
-    return run_rate(argv[2]);
+    RateOptions options;
+    const int status = guarded(
+        [&] { options = parse_rate_options(std::vector<std::string>(argv + 2, argv + argc)); });
+    return status != 0 ? status : run_rate(options);
   }
 #ifdef ICTVCF_WITH_MPI
   return run_mpi(first);

@@ -1,12 +1,15 @@
 // The correlation-function engine: for two harmonic surfaces joined by the Duschinsky rotation
 // and a non-adiabatic coupling per mode, the thermal correlation integrand at each time point:
 // a determinant term (whose continuous square root is the prefactor) and the coupling-weighted
-// integrand. Pure computation on its inputs: no files, no output.
+// integrand. Times may be complex, t = s + i tau with tau > -beta: the formulas are algebraic in
+// t, and the thermal factors are written in terms of e^{-beta w}, so every temperature from 0 K
+// up is finite. Pure computation on its inputs: no files, no output.
 #pragma once
 
 #include <complex>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -18,15 +21,14 @@ namespace ictvcf {
 // units); vectors are indexed from 0, matrices from 1 (column-major).
 struct EngineInputs {
   int nmode = 0;
-  std::vector<double> omegag;       // final state (1) frequencies
-  std::vector<double> omegae;       // initial state (2) frequencies
-  std::vector<double> d;            // displacement: Q2 = S Q1 + d
-  std::vector<double> rif;          // coupling of each mode
-  Matrix<double> s;                 // Duschinsky matrix
-  Matrix<double> r;                 // coupling over mode pairs (rif rif^T unless set otherwise)
-  Matrix<char> iscal;               // pair mask: nonzero where the pair contributes
-  double temp = 300.0;              // K
-  double invz2det[2] = {1.0, 0.0};  // product of 4 sinh^2(omegae / 2kT), scaled (mantissa, e10)
+  std::vector<double> omegag;  // final state (1) frequencies
+  std::vector<double> omegae;  // initial state (2) frequencies
+  std::vector<double> d;       // displacement: Q2 = S Q1 + d
+  std::vector<double> rif;     // coupling of each mode
+  Matrix<double> s;            // Duschinsky matrix
+  Matrix<double> r;            // coupling over mode pairs (rif rif^T unless set otherwise)
+  Matrix<char> iscal;          // pair mask: nonzero where the pair contributes
+  double temp = 300.0;         // K; 0 is the zero-temperature limit
 };
 
 // All of EngineInputs as doubles and back (to send it to other processes).
@@ -36,15 +38,62 @@ EngineInputs unpack_engine_inputs(std::span<const double> buf);
 // Called now and then from one thread with the number of time points done so far.
 using Progress = std::function<void(std::int64_t done, std::int64_t total)>;
 
-// The fast engine. Fills usqrt[m] and f[m] for the time steps nstart + m, m = 0 .. nend - nstart
-// (t = step * dt; step 0 is taken at dt * 1e-5), on `threads` threads (0: the OpenMP default).
-// With keep_imaginary the imaginary part of the summed integrand is kept (the exact correlation
-// function); the run's table keeps only the real part. The result does not depend on the thread
-// count, bit for bit.
+// The integrand at one time t. The correlation function is
+//   C(t) = sqrt(det * 2^exp2) * exp(iphase) * pairs
+// with the square root continued along the path of times (its branch is the caller's business).
+struct PointValue {
+  std::complex<double> det;     // determinant term, mantissa (1 <= |det| < 10 unless 0)
+  double exp2 = 0.0;            // and its power of two
+  std::complex<double> iphase;  // exponent of the Gaussian integral's exponential factor
+  std::complex<double> pairs;   // sum over mode pairs of r(j,k) [-u_j u_k + i trg(j,k)]
+  // At purely imaginary t: b - a and b + a have the definiteness of a convergent Gaussian
+  // integral, i.e. t lies inside the strip where C(t) is analytic. True at other times.
+  bool in_strip = true;
+};
+
+// What to compute at each point besides the determinant term.
+struct PointRequest {
+  bool determinant_only = false;  // only det and exp2 (to follow the square root's branch)
+  // If set: the pair terms -u_j u_k + i trg(j,k) of every pair (lower triangle, column-major,
+  // nmode * nmode numbers per point, the points one after another), without r and without the
+  // factor exp(iphase). `pairs` is then still the sum weighted by r and the mask.
+  std::complex<double>* pair_terms = nullptr;
+};
+
+// Per-thread workspaces for one molecule, sized once and reused by every evaluation. `in` must
+// outlive the context.
+struct EngineContext {
+  explicit EngineContext(const EngineInputs& inputs, int threads = 0);
+  ~EngineContext();
+  EngineContext(const EngineContext&) = delete;
+  EngineContext& operator=(const EngineContext&) = delete;
+
+  const EngineInputs& in;
+  int threads;  // 0: the OpenMP default, which follows OMP_NUM_THREADS
+  struct Workspaces;
+  std::unique_ptr<Workspaces> ws;
+};
+
+// The integrand at each of `times` (Im t > -beta; t = 0 itself is singular), the points split
+// over the context's threads. The result does not depend on the thread count, bit for bit.
+void evaluate(EngineContext& ctx, std::span<const std::complex<double>> times,
+              std::span<PointValue> out, const PointRequest& request = {},
+              const Progress& progress = {});
+
+// The run's grid: usqrt[m] = det 2^exp2 and f[m] = exp(iphase) pairs at the time steps
+// nstart + m, m = 0 .. nend - nstart (t = step * dt; step 0 is taken at dt * 1e-5). With
+// keep_imaginary the imaginary part of f is kept (the exact correlation function); the run's
+// table keeps only the real part.
 void compute_correlation(const EngineInputs& in, double dt, std::int64_t nstart, std::int64_t nend,
                          std::complex<double>* usqrt, std::complex<double>* f,
                          bool keep_imaginary = false, int threads = 0,
                          const Progress& progress = {});
+
+// C(0) exactly: the thermal average of V^2 in the initial state, V = sum_k rif_k p_k with the
+// final state's momenta p1 = S^T p2, so C(0) = sum_kl r(k,l) sum_j S(j,k) S(j,l) (we_j/2)
+// coth(beta we_j/2) over the pairs the mask selects, divided by |det S| as the engine's Gaussian
+// integrals are (1 for an orthogonal S). The formulas at t are singular at t = 0.
+double correlation_at_zero(EngineContext& ctx);
 
 // The straightforward engine, step by step as the formulas read: one thread, scalar loops for
 // the congruences and the pair contraction, LU factorisations and inversions. It is the

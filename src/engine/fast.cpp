@@ -1,8 +1,8 @@
 // The fast engine.
 //
 // Notation for one time point (n modes, S the Duschinsky matrix, all diagonals per mode):
-//   ag = wg / sin(wg t),  bg = wg / tan(wg t)        (state 1, real time t)
-//   ae = we / sin(we z),  be = cos(we z) ae          (state 2, complex time z = -t - i beta)
+//   ag = wg / sin(wg t),  bg = wg / tan(wg t)        (state 1 at time t)
+//   ae = we / sin(we z),  be = cos(we z) ae          (state 2 at complex time z = -t - i beta)
 //   a = diag(ag) + S^T diag(ae) S,   b = diag(bg) + S^T diag(be) S
 //   g = bg - ag,  h = bg + ag,  e = be - ae,  w = be + ae
 //   Q = (b + a)^-1,  P = (b - a)^-1        (both complex symmetric)
@@ -51,13 +51,42 @@
 //     1x1 and 2x2 diagonal blocks of its symmetric factorisation P L D L^T P^T (the permutation
 //     enters twice and cancels), so no sign needs to be tracked.
 //
+// (7) Thermal factors without overflow. With q = e^{-beta we} and r = q e^{i we t} (|r| < 1 for
+//     Im t > -beta), the state-2 terms are
+//       e = i we (1 - r)/(1 + r),   w = i we (1 + r)/(1 - r),
+//       ae 4 sinh^2(beta we/2) = 2 i we e^{i we t} (1 - q)^2 / (1 - r^2),
+//     finite down to T = 0 (q = r = 0), where 4 sinh^2 and 1/sin(we z) alone overflow. The thermal
+//     normalisation prod 4 sinh^2 enters the determinant term mode by mode this way. At complex t
+//     the state-1 terms likewise come from u = e^{+-i wg t}, |u| <= 1:
+//       ag = -+2 i wg u/(1 - u^2),  g = -+i wg (1 - u)/(1 + u),  h = -+i wg (1 + u)/(1 - u);
+//     at real t they are the sine and tangent forms above. Differences 1 - u are taken as
+//     -(e^x - 1) with e^x - 1 evaluated without cancellation.
+//
+// (8) At t = i tau the matrices b -+ a are i times real symmetric matrices. The Gaussian integral
+//     converges (t inside the strip where C is analytic) when b - a is i times a positive
+//     definite matrix and b + a is i times a negative (tau > 0) or positive (tau < 0) definite
+//     one. The signs of the 1x1 blocks of the factorisations give their inertia (a definite
+//     matrix never takes a 2x2 block).
+//
+// (9) Near t = 0 three parts of the formulas cancel terms of order 1/t and lose digits: g = bg -
+// ag,
+//     the phase sum d^T E d - sted^T P sted, and -sum rif^2 ag + yh^T Q yh/2. The rate needs the
+//     real-axis integrand at small t to full precision, so outside the run's table (which keeps
+//     the formulas as they are) they are evaluated in forms without the cancellation:
+//       g = -+i wg (1 - u)/(1 + u) from (7);
+//       phase = (S^-1 d)^T diag(g) ib, since (diag(g) + S^T E S) ib = S^T E d gives
+//         S ib - d = -E^-1 S^-T diag(g) ib, and phase = d^T E (d - S ib);
+//       with W = S^T diag(w) S and Q (diag(h) + W) = I, diag(h) Q diag(h) = diag(h) - W + W Q W,
+//       so -sum rif^2 ag + yh^T Q yh/2 = sum rif^2 g/2 - rif^T W rif/2 + (W rif)^T Q (W rif)/2.
+//
 // What remains per time point: two real congruences as symmetric rank-k products (BLAS-3), two
 // symmetric factorisations (LAPACK), a few solves and O(n^2) work. The tests check the result
 // against the straightforward engine.
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <exception>
-#include <optional>
+#include <limits>
 #include <vector>
 
 #ifdef _OPENMP
@@ -68,7 +97,6 @@
 #include "util/constants.h"
 #include "util/lapack.h"
 #include "util/memory.h"
-#include "util/scaled_product.h"
 
 namespace ictvcf {
 
@@ -83,14 +111,12 @@ struct Workspace {
   explicit Workspace(int n_modes)
       : n(n_modes),
         nn(static_cast<std::size_t>(n) * static_cast<std::size_t>(n)),
+        x(4 * static_cast<std::size_t>(n)),
         ag(n),
-        bg(n),
         g(n),
         h(n),
-        x(4 * static_cast<std::size_t>(n)),
-        ae(n),
+        aez(n),
         e(n),
-        factors(n),
         roots(2 * static_cast<std::size_t>(n)),
         rows(2 * static_cast<std::size_t>(n)),
         packed(nn),
@@ -99,41 +125,69 @@ struct Workspace {
         bma(nn),
         rhs_p(3 * static_cast<std::size_t>(n)),
         rhs_q(2 * static_cast<std::size_t>(n)),
+        sr(n),
         ipiv1(n),
         ipiv2(n) {
-    lwork = lapack::sytrf_lwork(n);
+    lwork = std::max(lapack::sytrf_lwork(n), 2 * n);
     work.resize(static_cast<std::size_t>(lwork));
   }
 
   int n;
   std::size_t nn;
-  std::vector<double> ag, bg, g, h;
-  std::vector<double> x;  // the four real diagonals Re w, Im w, Re e, Im e
-  std::vector<cplx> ae, e, factors;
+  std::vector<double> x;           // the four real diagonals Re w, Im w, Re e, Im e
+  std::vector<cplx> ag, g, h;      // state 1
+  std::vector<cplx> aez, e;        // state 2: ae 4 sinh^2(beta we/2), and e
   std::vector<double> roots;       // sqrt|x| of the rows of each sign
   std::vector<int> rows;           // the rows of S with x >= 0, then those with x < 0
   std::vector<double> packed;      // rows of S scaled by sqrt|x|, split by the sign of x
   std::vector<double> cong;        // S^T diag(x) S for two of the real diagonals (lower triangles)
   std::vector<cplx> bpa, bma;      // b+a and b-a (lower triangles), then their factorisations
   std::vector<cplx> rhs_p, rhs_q;  // right-hand sides and solutions
+  std::vector<cplx> sr;            // w .* (S rif) (or S e_m), on the way to W rif
   std::vector<cplx> inv_p, inv_q;  // the inverses, on the general path only
   std::vector<int> ipiv1, ipiv2;
   std::vector<cplx> work;
   int lwork = 0;
 };
 
-// Doubles of one workspace (general path included), for the memory check before the threads
-// start.
-long long workspace_doubles(long long n) { return 16 * n * n + 30 * n; }
+// Doubles of one workspace (general path included), for the memory check before it is made.
+long long workspace_doubles(long long n) { return 16 * n * n + 36 * n; }
 
-struct Inputs {
-  const EngineInputs& v;
-  double dt;
-  double beta;
-  Path path;
-  int mode;  // the selected mode (0-based) on the single-mode path
-  bool keep_imaginary;
-};
+// e^z - 1 without cancellation for small z.
+cplx cexpm1(cplx z) {
+  const double em1 = std::expm1(z.real()), half = std::sin(0.5 * z.imag());
+  return {em1 * std::cos(z.imag()) - 2.0 * half * half, (em1 + 1.0) * std::sin(z.imag())};
+}
+
+// ag, g = bg - ag and h = bg + ag of a final-state mode of frequency w at time t (see (7)):
+// from e^{+-i w t} (any t), or from the sine and tangent (real t, as the run's table has them).
+void final_state_terms_complex(double w, cplx t, cplx& ag, cplx& g, cplx& h) {
+  const cplx iw(0.0, t.imag() >= 0.0 ? w : -w);
+  // u itself from the exponential (it may be tiny), 1 - u without cancellation.
+  const cplx u = std::exp(iw * t), one_minus = -cexpm1(iw * t), one_plus = 1.0 + u;
+  ag = -2.0 * iw * u / (one_minus * one_plus);
+  g = -iw * one_minus / one_plus;
+  h = -iw * one_plus / one_minus;
+}
+
+void final_state_terms(double w, cplx t, cplx& ag, cplx& g, cplx& h) {
+  if (t.imag() != 0.0) return final_state_terms_complex(w, t, ag, g, h);
+  const double a = w / std::sin(w * t.real()), b = w / std::tan(w * t.real());
+  ag = a;
+  g = b - a;
+  h = b + a;
+}
+
+// ae 4 sinh^2(beta w/2), e = be - ae and w = be + ae of an initial-state mode (see (7)).
+void initial_state_terms(double w, cplx t, double beta, cplx& aez, cplx& e, cplx& wsum) {
+  const cplx iw(0.0, w);
+  const cplx rm1 = cexpm1(iw * t - beta * w);  // r - 1
+  const cplx one_minus = -rm1, one_plus = 2.0 + rm1;
+  e = iw * one_minus / one_plus;
+  wsum = iw * one_plus / one_minus;
+  const double one_minus_q = -std::expm1(-beta * w);
+  aez = 2.0 * iw * std::exp(iw * t) * (one_minus_q * one_minus_q) / (one_minus * one_plus);
+}
 
 // Lower triangle of out = S^T diag(xd) S (n x n, leading dimension n), as A+^T A+ - A-^T A- where
 // A+ and A- hold the rows of S scaled by sqrt|x| for x >= 0 (or not a number) and x < 0.
@@ -167,53 +221,98 @@ void congruence(Workspace& ws, const double* S, const double* xd, double* out) {
   if (km > 0) lapack::syrk_t(n, km, -1.0, am, km, 1.0, out);
 }
 
+// The signs of i D for a factorisation of i M (M real symmetric): whether all 1x1 blocks have
+// imaginary parts of one sign (+1 or -1), and no 2x2 block occurs.
+struct Inertia {
+  bool two_by_two = false;
+  int positive = 0, negative = 0;
+  bool definite(int sign) const {
+    return !two_by_two && (sign > 0 ? negative == 0 : positive == 0);
+  }
+};
+
 // Symmetric factorisation of the lower triangle of A; returns the determinant of D block by
-// block into `det_at` (a 2x2 block's determinant at its first index, 1 at its second).
-void factorise(Workspace& ws, cplx* A, int* ipiv, std::vector<cplx>& det_at) {
+// block into `det_at` (a 2x2 block's determinant at its first index, 1 at its second). An
+// exactly singular D gives a zero block, and so a determinant term that is infinite.
+Inertia factorise(Workspace& ws, cplx* A, int* ipiv, std::vector<cplx>& det_at) {
   const int n = ws.n;
   lapack::sytrf(n, A, ipiv, ws.work.data(), ws.lwork);
+  Inertia in;
   for (int k = 0; k < n; ++k) {
     const std::size_t kk = static_cast<std::size_t>(k) * (n + 1);
     if (ipiv[k] > 0 || k + 1 == n) {
       det_at[k] = A[kk];
+      (A[kk].imag() > 0.0 ? in.positive : in.negative) += 1;
     } else {
       const cplx a11 = A[kk], a21 = A[kk + 1], a22 = A[kk + n + 1];
       det_at[k] = a11 * a22 - a21 * a21;
       det_at[k + 1] = 1.0;
+      in.two_by_two = true;
       ++k;
     }
   }
+  return in;
 }
 
 void solve(Workspace& ws, const cplx* A, const int* ipiv, cplx* b, int nrhs) {
   lapack::sytrs(ws.n, nrhs, A, ipiv, b);
 }
 
-// The full inverse from a factorisation (general path).
+// The inverse (lower triangle) from a factorisation (general path).
 void invert(Workspace& ws, const cplx* A, const int* ipiv, std::vector<cplx>& inv) {
-  inv.assign(ws.nn, cplx(0.0, 0.0));
-  for (int j = 0; j < ws.n; ++j) inv[static_cast<std::size_t>(j) * (ws.n + 1)] = 1.0;
-  solve(ws, A, ipiv, inv.data(), ws.n);
+  inv.assign(A, A + ws.nn);
+  lapack::sytri(ws.n, inv.data(), ipiv, ws.work.data());
 }
 
-void time_point(const Inputs& in, Workspace& ws, std::int64_t q, cplx& usqrt, cplx& f) {
+struct Setup {
+  const EngineInputs& v;
+  double beta;
+  Path path;
+  int mode;  // the selected mode (0-based) on the single-mode path
+  // The run's table: the state-1 sines and tangents and the contraction as the formulas read
+  // (at real t). Otherwise the forms of (9), which need S^-1 d.
+  bool described = false;
+  std::vector<double> sinv_d;  // empty when S is singular: the phase then as in the formulas
+  double det_s = 1.0;
+};
+
+// W x = S^T (w .* (S x)) for a real vector x (mode = -1) or the unit vector e_mode.
+void apply_w(Workspace& ws, const double* S, const double* x, int mode, cplx* out) {
+  const int n = ws.n;
+  const double* xr = ws.x.data();
+  for (int l = 0; l < n; ++l) {
+    double sx = 0.0;
+    if (mode >= 0)
+      sx = S[l + static_cast<std::size_t>(mode) * n];
+    else
+      for (int k = 0; k < n; ++k) sx += S[l + static_cast<std::size_t>(k) * n] * x[k];
+    ws.sr[l] = cplx(xr[l], xr[n + l]) * sx;
+  }
+  for (int k = 0; k < n; ++k) {
+    const double* col = S + static_cast<std::size_t>(k) * n;
+    cplx acc(0.0, 0.0);
+    for (int l = 0; l < n; ++l) acc += col[l] * ws.sr[l];
+    out[k] = acc;
+  }
+}
+
+void time_point(const Setup& in, Workspace& ws, cplx t, const PointRequest& request,
+                cplx* pair_terms, PointValue& out) {
   const EngineInputs& v = in.v;
   const int n = ws.n;
   const double* S = v.s.ptr();
-  const double t = q == 0 ? in.dt * 1e-05 : in.dt * static_cast<double>(q);
-  const cplx z(-t, -in.beta);
   double* xr = ws.x.data();
+  const bool described = in.described && t.imag() == 0.0;
+  // Away from the run's table, even a real t takes the forms without cancellation.
+  const cplx t1 = described || t.imag() != 0.0 ? t : cplx(t.real(), 0.0);
 
   for (int j = 0; j < n; ++j) {
-    const double wg = v.omegag[j], we = v.omegae[j];
-    ws.ag[j] = wg / std::sin(wg * t);
-    ws.bg[j] = wg / std::tan(wg * t);
-    ws.ae[j] = we / std::sin(we * z);
-    const cplx be = std::cos(we * z) * ws.ae[j];
-    ws.g[j] = ws.bg[j] - ws.ag[j];
-    ws.h[j] = ws.bg[j] + ws.ag[j];
-    ws.e[j] = be - ws.ae[j];
-    const cplx w = be + ws.ae[j];
+    if (described)
+      final_state_terms(v.omegag[j], t1, ws.ag[j], ws.g[j], ws.h[j]);
+    else
+      final_state_terms_complex(v.omegag[j], t1, ws.ag[j], ws.g[j], ws.h[j]);
+    cplx w;
+    initial_state_terms(v.omegae[j], t, in.beta, ws.aez[j], ws.e[j], w);
     xr[j] = w.real();
     xr[n + j] = w.imag();
     xr[2 * n + j] = ws.e[j].real();
@@ -227,23 +326,38 @@ void time_point(const Inputs& in, Workspace& ws, std::int64_t q, cplx& usqrt, cp
     congruence(ws, S, xr + 2 * which * n, c_re);
     congruence(ws, S, xr + (2 * which + 1) * n, c_im);
     cplx* A = which == 0 ? ws.bpa.data() : ws.bma.data();
-    const double* diag = which == 0 ? ws.h.data() : ws.g.data();
+    const cplx* diag = which == 0 ? ws.h.data() : ws.g.data();
     for (int k = 0; k < n; ++k) {
       const std::size_t ck = static_cast<std::size_t>(k) * n;
-      A[ck + k] = cplx(c_re[ck + k] + diag[k], c_im[ck + k]);
+      A[ck + k] = cplx(c_re[ck + k], c_im[ck + k]) + diag[k];
       for (int j = k + 1; j < n; ++j) A[ck + j] = cplx(c_re[ck + j], c_im[ck + j]);
     }
   }
 
-  // det(diag(ag)) det(diag(ae)) / (det(b+a) det(b-a)) as a scaled product.
+  // prod 4 sinh^2 det(diag(ag)) det(diag(ae)) / (det(b+a) det(b-a)) as a scaled product.
   std::vector<cplx>& d1 = ws.rhs_p;  // borrowed as scratch until the solves
   std::vector<cplx>& d2 = ws.rhs_q;
-  factorise(ws, ws.bpa.data(), ws.ipiv1.data(), d1);
-  factorise(ws, ws.bma.data(), ws.ipiv2.data(), d2);
-  for (int j = 0; j < n; ++j) ws.factors[j] = (ws.ag[j] * ws.ae[j]) / d1[j] / d2[j];
-  cplx det[2];
-  zdetm(ws.factors.data(), n, det);
-  usqrt = v.invz2det[0] * det[0] * std::pow(cplx(10.0, 0.0), cplx(v.invz2det[1], 0.0) + det[1]);
+  const Inertia plus = factorise(ws, ws.bpa.data(), ws.ipiv1.data(), d1);
+  const Inertia minus = factorise(ws, ws.bma.data(), ws.ipiv2.data(), d2);
+  if (t.real() == 0.0 && t.imag() != 0.0)
+    out.in_strip = minus.definite(+1) && plus.definite(t.imag() > 0.0 ? -1 : +1);
+  else
+    out.in_strip = true;
+  // The product of the factors, kept in range by exact powers of two.
+  cplx m(1.0, 0.0);
+  int e2 = 0;
+  for (int j = 0; j < n; ++j) {
+    m *= (ws.ag[j] * ws.aez[j]) / d1[j] / d2[j];
+    int e = 0;
+    const double big = std::max(std::fabs(m.real()), std::fabs(m.imag()));
+    if (!(big > 0.0) || !std::isfinite(big)) continue;  // zero or not finite: stays so
+    std::frexp(big, &e);
+    m = cplx(std::ldexp(m.real(), -e), std::ldexp(m.imag(), -e));
+    e2 += e;
+  }
+  out.det = m;
+  out.exp2 = e2;
+  if (request.determinant_only) return;
 
   // sted = S^T (d .* e), the right-hand sides, and the solves with P = (b-a)^-1, Q = (b+a)^-1.
   cplx* sted = ws.rhs_p.data();
@@ -257,49 +371,72 @@ void time_point(const Inputs& in, Workspace& ws, std::int64_t q, cplx& usqrt, cp
   cplx* pg = ws.rhs_p.data() + 2 * n;
   cplx* qh = ws.rhs_q.data();
   std::copy(sted, sted + n, ib);
+  const Path path = pair_terms ? Path::general : in.path;
   int nrhs_p = 1, nrhs_q = 0;
-  if (in.path == Path::rank_one_all_pairs) {
+  // The Q right-hand side: yh = rif .* h as the formulas read, or W rif (see (9)); e_m likewise.
+  if (path == Path::rank_one_all_pairs) {
     for (int j = 0; j < n; ++j) {
       pg[j] = v.rif[j] * ws.g[j];
       qh[j] = v.rif[j] * ws.h[j];
     }
+    if (!described) apply_w(ws, S, v.rif.data(), -1, qh);
     nrhs_p = 2;
     nrhs_q = 1;
-  } else if (in.path == Path::single_mode) {
+  } else if (path == Path::single_mode) {
     std::fill(pg, pg + n, cplx(0.0, 0.0));
     std::fill(qh, qh + n, cplx(0.0, 0.0));
     pg[in.mode] = qh[in.mode] = 1.0;
+    if (!described) apply_w(ws, S, nullptr, in.mode, qh);
     nrhs_p = 2;
     nrhs_q = 1;
   }
+  // W rif (or W e_m) before the solve overwrites it.
+  cplx* wq = ws.rhs_q.data() + n;
+  std::copy(qh, qh + n, wq);
   solve(ws, ws.bma.data(), ws.ipiv2.data(), ib, nrhs_p);
   if (nrhs_q > 0) solve(ws, ws.bpa.data(), ws.ipiv1.data(), qh, nrhs_q);
 
-  cplx phase(0.0, 0.0), dd(0.0, 0.0);
-  for (int l = 0; l < n; ++l) phase += v.d[l] * v.d[l] * ws.e[l];
-  for (int l = 0; l < n; ++l) dd += sted[l] * ib[l];
-  phase -= dd;
-  const cplx X = std::exp(cplx(0.0, 1.0) * phase);
+  cplx phase(0.0, 0.0);
+  if (described || in.sinv_d.empty()) {
+    cplx dd(0.0, 0.0);
+    for (int l = 0; l < n; ++l) phase += v.d[l] * v.d[l] * ws.e[l];
+    for (int l = 0; l < n; ++l) dd += sted[l] * ib[l];
+    phase -= dd;
+  } else {
+    for (int l = 0; l < n; ++l) phase += in.sinv_d[l] * (ws.g[l] * ib[l]);
+  }
+  out.iphase = cplx(0.0, 1.0) * phase;
 
   cplx uu(0.0, 0.0), tt(0.0, 0.0);  // sum of r u_j u_k and of r trginvk(j,k) over the pairs
-  if (in.path == Path::rank_one_all_pairs) {
-    cplx ru(0.0, 0.0), gpg(0.0, 0.0), hqh(0.0, 0.0);
-    double rag = 0.0;
+  if (path == Path::rank_one_all_pairs) {
+    cplx ru(0.0, 0.0), gpg(0.0, 0.0), hqh(0.0, 0.0), rag(0.0, 0.0), rwr(0.0, 0.0);
     for (int j = 0; j < n; ++j) {
       const double rj = v.rif[j];
       ru += rj * (ws.g[j] * ib[j]);
       gpg += (rj * ws.g[j]) * pg[j];
-      hqh += (rj * ws.h[j]) * qh[j];
-      rag += rj * rj * ws.ag[j];
+      if (described) {
+        hqh += (rj * ws.h[j]) * qh[j];
+        rag += rj * rj * ws.ag[j];
+      } else {
+        hqh += wq[j] * qh[j];
+        rag += rj * rj * ws.g[j];
+        rwr += rj * wq[j];
+      }
     }
     uu = ru * ru;
-    tt = -rag - gpg / 2.0 + hqh / 2.0;
-  } else if (in.path == Path::single_mode) {
+    tt = described ? -rag - gpg / 2.0 + hqh / 2.0 : (rag - rwr + hqh - gpg) / 2.0;
+  } else if (path == Path::single_mode) {
     const int m = in.mode;
     const double rmm = v.r(m + 1, m + 1);
     const cplx um = ws.g[m] * ib[m];
     uu = rmm * (um * um);
-    tt = rmm * (ws.h[m] * ws.h[m] / 2.0 * qh[m] - ws.g[m] * ws.g[m] / 2.0 * pg[m] - ws.ag[m]);
+    if (described) {
+      tt = rmm * (ws.h[m] * ws.h[m] / 2.0 * qh[m] - ws.g[m] * ws.g[m] / 2.0 * pg[m] - ws.ag[m]);
+    } else {
+      cplx wqw(0.0, 0.0);
+      for (int j = 0; j < n; ++j) wqw += wq[j] * qh[j];
+      tt = rmm * (ws.g[m] - wq[m] + wqw - ws.g[m] * ws.g[m] * pg[m]) / 2.0;
+    }
   } else {
     invert(ws, ws.bma.data(), ws.ipiv2.data(), ws.inv_p);
     invert(ws, ws.bpa.data(), ws.ipiv1.data(), ws.inv_q);
@@ -307,28 +444,34 @@ void time_point(const Inputs& in, Workspace& ws, std::int64_t q, cplx& usqrt, cp
     const cplx* Q = ws.inv_q.data();
     const double* r = v.r.ptr();
     const char* mask = v.iscal.ptr();
+    const cplx I(0.0, 1.0);
     for (int k = 0; k < n; ++k) {
       const std::size_t ck = static_cast<std::size_t>(k) * n;
-      const double gk = ws.g[k] / 2.0, hk = ws.h[k] / 2.0;
+      const cplx gk = ws.g[k] / 2.0, hk = ws.h[k] / 2.0;
       const cplx uk = ws.g[k] * ib[k];
+      // The diagonal pair, then the pairs below it in column k.
+      const cplx diag_uu = uk * uk;
+      const cplx diag_tt = ws.h[k] * hk * Q[ck + k] - ws.g[k] * gk * P[ck + k] - ws.ag[k];
+      if (pair_terms) pair_terms[ck + k] = -diag_uu + I * diag_tt;
       if (mask[ck + k]) {
-        const double rkk = r[ck + k];
-        uu += rkk * (uk * uk);
-        tt += rkk * (ws.h[k] * hk * Q[ck + k] - ws.g[k] * gk * P[ck + k] - ws.ag[k]);
+        uu += r[ck + k] * diag_uu;
+        tt += r[ck + k] * diag_tt;
       }
       cplx uu_k(0.0, 0.0), tt_k(0.0, 0.0);
       for (int j = k + 1; j < n; ++j) {
+        const cplx uj = ws.g[j] * ib[j];
+        const cplx tjk = ws.h[j] * hk * Q[ck + j] - ws.g[j] * gk * P[ck + j];
+        if (pair_terms) pair_terms[ck + j] = -(uj * uk) + I * tjk;
         if (!mask[ck + j]) continue;
         const double rjk = r[ck + j];
-        uu_k += rjk * (ws.g[j] * ib[j]);
-        tt_k += rjk * (ws.h[j] * hk * Q[ck + j] - ws.g[j] * gk * P[ck + j]);
+        uu_k += rjk * uj;
+        tt_k += rjk * tjk;
       }
       uu += 2.0 * (uu_k * uk);
       tt += 2.0 * tt_k;
     }
   }
-  const cplx sum = X * (-uu + cplx(0.0, 1.0) * tt);
-  f = in.keep_imaginary ? sum : cplx(sum.real(), 0.0);
+  out.pairs = -uu + cplx(0.0, 1.0) * tt;
 }
 
 // Which contraction the coupling matrix and the mask allow.
@@ -352,73 +495,150 @@ Path choose_path(const EngineInputs& v, int& mode) {
   return Path::general;
 }
 
+int thread_count(int threads) {
+#ifdef _OPENMP
+  return threads > 0 ? threads : omp_get_max_threads();
+#else
+  (void)threads;
+  return 1;
+#endif
+}
+
+int thread_id() {
+#ifdef _OPENMP
+  return omp_get_thread_num();
+#else
+  return 0;
+#endif
+}
+
 }  // namespace
 
-void compute_correlation(const EngineInputs& v, double dt, std::int64_t nstart, std::int64_t nend,
-                         cplx* usqrt, cplx* f, bool keep_imaginary, int threads,
-                         const Progress& progress) {
-  const int n = v.nmode;
-  if (n <= 0 || nend < nstart) return;
-  const std::int64_t total = nend - nstart + 1;
-#ifdef _OPENMP
-  int nthreads = threads > 0 ? threads : omp_get_max_threads();
-#else
-  int nthreads = 1;
-  (void)threads;
-#endif
-  if (total < nthreads) nthreads = static_cast<int>(total);
-  check_allocation({{workspace_doubles(n) * nthreads, sizeof(double)}});
+struct EngineContext::Workspaces {
+  std::vector<Workspace> each;
+  Setup setup;
+};
 
+EngineContext::EngineContext(const EngineInputs& inputs, int thread_limit)
+    : in(inputs), threads(thread_count(thread_limit)) {
+  const int n = in.nmode;
+  check_allocation({{workspace_doubles(n) * threads, sizeof(double)}});
   int mode = 0;
-  const Path path = choose_path(v, mode);
-  const Inputs in{v, dt, kelvin_per_hartree / v.temp, path, mode, keep_imaginary};
-  // One thread per time point, BLAS single-threaded inside: the arithmetic of a point does not
-  // depend on how many threads run.
+  const Path path = choose_path(in, mode);
+  ws.reset(new Workspaces{{}, Setup{in, kelvin_per_hartree / in.temp, path, mode, false, {}, 1.0}});
+  // S^-1 d and det S from an LU factorisation of S (once per molecule).
+  std::vector<double> lu(in.s.data);
+  std::vector<int> ipiv(static_cast<std::size_t>(n));
+  if (n > 0 && lapack::getrf(n, lu.data(), ipiv.data()) == 0) {
+    Setup& setup = ws->setup;
+    setup.sinv_d = in.d;
+    lapack::getrs(n, lu.data(), ipiv.data(), setup.sinv_d.data());
+    for (int j = 0; j < n; ++j)
+      setup.det_s *= lu[static_cast<std::size_t>(j) * (n + 1)] * (ipiv[j] != j + 1 ? -1.0 : 1.0);
+  }
+  ws->each.reserve(static_cast<std::size_t>(threads));
+  for (int k = 0; k < threads; ++k) ws->each.emplace_back(n);
+}
+
+EngineContext::~EngineContext() = default;
+
+namespace {
+
+// Evaluates the points m = 0 .. count-1 at time_of(m) on the context's threads and hands each
+// value to store(m, value). No exception leaves an iteration: the first one is kept and rethrown
+// after the loop, which every thread reaches.
+template <class TimeOf, class Store>
+void for_points(EngineContext& ctx, std::int64_t count, TimeOf time_of, Store store,
+                const PointRequest& request, const Progress& progress) {
+  if (ctx.in.nmode <= 0 || count <= 0) return;
+  const int nthreads = static_cast<int>(std::min<std::int64_t>(ctx.threads, count));
+  const std::size_t nn = static_cast<std::size_t>(ctx.in.nmode) * ctx.in.nmode;
+  // BLAS single-threaded inside each point: its arithmetic does not depend on the thread count.
   const lapack::SingleThreadedBlas single;
   std::atomic<std::int64_t> done{0};
   std::atomic<bool> failed{false};
   std::exception_ptr error;
-  auto fail = [&]() {
-#pragma omp critical(ictvcf_engine_error)
-    {
-      if (!failed.exchange(true)) error = std::current_exception();
-    }
-  };
 
-  // Every thread reaches the worksharing loop, even when its workspace could not be made, and
-  // no exception leaves an iteration: the first one is kept and rethrown after the loop.
 #pragma omp parallel num_threads(nthreads)
   {
-    std::optional<Workspace> ws;
-    try {
-      ws.emplace(n);
-    } catch (...) {
-      fail();
-    }
+    Workspace& ws = ctx.ws->each[static_cast<std::size_t>(thread_id())];
 #pragma omp for schedule(dynamic, 1)
-    for (std::int64_t m = 0; m < total; ++m) {
+    for (std::int64_t m = 0; m < count; ++m) {
       if (failed.load(std::memory_order_relaxed)) continue;
       try {
-        time_point(in, *ws, nstart + m, usqrt[m], f[m]);
+        PointValue value;
+        cplx* terms =
+            request.pair_terms ? request.pair_terms + static_cast<std::size_t>(m) * nn : nullptr;
+        time_point(ctx.ws->setup, ws, time_of(m), request, terms, value);
+        store(m, value);
       } catch (...) {
-        fail();
+#pragma omp critical(ictvcf_engine_error)
+        {
+          if (!failed.exchange(true)) error = std::current_exception();
+        }
         continue;
       }
       const std::int64_t now = done.fetch_add(1, std::memory_order_relaxed) + 1;
-#ifdef _OPENMP
-      const bool reporter = omp_get_thread_num() == 0;
-#else
-      const bool reporter = true;
-#endif
-      if (progress && reporter) progress(now, total);
+      if (progress && thread_id() == 0) progress(now, count);
     }
   }
   if (error) std::rethrow_exception(error);
-  if (progress) progress(total, total);
+  if (progress) progress(count, count);
+}
+
+}  // namespace
+
+void evaluate(EngineContext& ctx, std::span<const cplx> times, std::span<PointValue> out,
+              const PointRequest& request, const Progress& progress) {
+  for_points(
+      ctx, static_cast<std::int64_t>(times.size()),
+      [&](std::int64_t m) { return times[static_cast<std::size_t>(m)]; },
+      [&](std::int64_t m, const PointValue& v) { out[static_cast<std::size_t>(m)] = v; }, request,
+      progress);
+}
+
+void compute_correlation(const EngineInputs& v, double dt, std::int64_t nstart, std::int64_t nend,
+                         cplx* usqrt, cplx* f, bool keep_imaginary, int threads,
+                         const Progress& progress) {
+  if (v.nmode <= 0 || nend < nstart) return;
+  EngineContext ctx(v, threads);
+  ctx.ws->setup.described = true;
+  auto time_of = [&](std::int64_t m) {
+    const std::int64_t q = nstart + m;
+    return cplx(q == 0 ? dt * 1e-05 : dt * static_cast<double>(q), 0.0);
+  };
+  auto store = [&](std::int64_t m, const PointValue& p) {
+    const int e2 = static_cast<int>(p.exp2);
+    usqrt[m] = cplx(std::ldexp(p.det.real(), e2), std::ldexp(p.det.imag(), e2));
+    const cplx value = std::exp(p.iphase) * p.pairs;
+    f[m] = keep_imaginary ? value : cplx(value.real(), 0.0);
+  };
+  for_points(ctx, nend - nstart + 1, time_of, store, PointRequest{}, progress);
+}
+
+double correlation_at_zero(EngineContext& ctx) {
+  const EngineInputs& in = ctx.in;
+  const int n = in.nmode;
+  const double beta = kelvin_per_hartree / in.temp;
+  std::vector<double> weight(static_cast<std::size_t>(n));
+  for (int j = 0; j < n; ++j) {
+    const double w = in.omegae[j], q = std::exp(-beta * w);
+    weight[j] = 0.5 * w * (1.0 + q) / -std::expm1(-beta * w);  // (w/2) coth(beta w/2)
+  }
+  double c0 = 0.0;
+  for (int l = 1; l <= n; ++l)
+    for (int k = 1; k <= n; ++k) {
+      if (!in.iscal(k, l) || in.r(k, l) == 0.0) continue;
+      double m = 0.0;
+      for (int j = 1; j <= n; ++j) m += in.s(j, k) * in.s(j, l) * weight[j - 1];
+      c0 += in.r(k, l) * m;
+    }
+  // The Gaussian integrals over Q1 carry the Jacobian of Q2 = S Q1 + d: 1 / |det S|.
+  return c0 / std::fabs(ctx.ws->setup.det_s);
 }
 
 std::vector<double> pack(const EngineInputs& in) {
-  std::vector<double> buf{static_cast<double>(in.nmode), in.temp, in.invz2det[0], in.invz2det[1]};
+  std::vector<double> buf{static_cast<double>(in.nmode), in.temp};
   for (const std::vector<double>* x : {&in.omegag, &in.omegae, &in.d, &in.rif})
     buf.insert(buf.end(), x->begin(), x->end());
   buf.insert(buf.end(), in.s.data.begin(), in.s.data.end());
@@ -432,9 +652,7 @@ EngineInputs unpack_engine_inputs(std::span<const double> buf) {
   const int n = static_cast<int>(buf[0]);
   in.nmode = n;
   in.temp = buf[1];
-  in.invz2det[0] = buf[2];
-  in.invz2det[1] = buf[3];
-  std::size_t at = 4;
+  std::size_t at = 2;
   for (std::vector<double>* x : {&in.omegag, &in.omegae, &in.d, &in.rif}) {
     x->assign(buf.begin() + at, buf.begin() + at + n);
     at += n;

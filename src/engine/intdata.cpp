@@ -27,6 +27,14 @@ void getintegratedata(const EngineInputs& v, double dt, std::int64_t nstart, std
   if (n <= 0 || nend < nstart) return;
   const double beta = kelvin_per_hartree / v.temp;
   const cplx I(0.0, 1.0);
+  // The thermal normalisation prod_j 4 sinh^2(beta omegae_j / 2), scaled.
+  std::vector<double> invz2(n);
+  double invz2det[2];
+  for (int j = 0; j < n; ++j) {
+    const double sh = std::sinh(kelvin_per_hartree * v.omegae[j] / v.temp / 2.0);
+    invz2[j] = 4.0 * (sh * sh);
+  }
+  rdetm(invz2.data(), n, invz2det);
   const auto& s = v.s;
   // 1-based views of the per-mode vectors, as the formulas read.
   auto d = [&v](int j) { return v.d[j - 1]; };
@@ -103,8 +111,7 @@ void getintegratedata(const EngineInputs& v, double dt, std::int64_t nstart, std
       if (ipiv1(j) != j) det[0] = -det[0];
     for (int j = 1; j <= n; ++j)
       if (ipiv2(j) != j) det[0] = -det[0];
-    usqrt[m] =
-        v.invz2det[0] * det[0] * std::pow(cplx(10.0, 0.0), cplx(v.invz2det[1], 0.0) + det[1]);
+    usqrt[m] = invz2det[0] * det[0] * std::pow(cplx(10.0, 0.0), cplx(invz2det[1], 0.0) + det[1]);
 
     lapack::getri(n, tempmatrix1.ptr(), ipiv1.data(), work);
     lapack::getri(n, tempmatrix2.ptr(), ipiv2.data(), work);

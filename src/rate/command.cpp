@@ -1,26 +1,29 @@
-// `ictvcf rate INPUT`: the exact correlation function on the run's time grid, its damped Fourier
-// integral, the internal-conversion rate at the adiabatic gap and a scan of gaps around it, with
-// two plots. Reads the same block and data files as the run, but its temporary files go to a
-// private directory and it writes no log and no table of the run: only files named after
-// `ftfile` with the suffixes .exact, .rate, .rate.svg and .corr.svg.
+// `ictvcf rate INPUT`: the internal-conversion rate at the adiabatic gap and a scan of gaps around
+// it (on the shifted time contour for a Gaussian line, on the real axis for a Lorentzian one or
+// on request), the exact correlation function on the run's time grid, and two plots. Reads the
+// same block and data files as the run, but its temporary files go to a private directory and it
+// writes no log and no table of the run: only files named after `ftfile`.
 #include "rate/command.h"
 
 #include <stdlib.h>
 
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <numbers>
 #include <string>
 #include <vector>
 
+#include "engine/branch.h"
 #include "engine/engine.h"
+#include "rate/contour.h"
 #include "rate/integral.h"
 #include "rate/plot.h"
 #include "run/progress.h"
 #include "run/run.h"
-#include "run/table.h"
 #include "util/constants.h"
 #include "util/errors.h"
 #include "util/strings.h"
@@ -30,6 +33,9 @@ namespace ictvcf {
 namespace {
 
 using cplx = std::complex<double>;
+
+constexpr double kLn10 = 2.302585092994046;
+constexpr double kPi = std::numbers::pi;
 
 // Gaps scanned: ead -/+ 1 eV in 201 steps of 0.01 eV.
 constexpr double kScanHalfWidthEv = 1.0;
@@ -60,14 +66,6 @@ void write_text(const std::string& name, const std::string& text, const char* wh
   if (!out) throw IoError(name, 0, std::string("cannot write the ") + what);
 }
 
-std::string scan_text(const std::vector<double>& gaps, const std::vector<double>& rates) {
-  std::string s = printed("#%13s %12s %17s %17s\n", "dE(cm-1)", "dE(eV)", "k_IC(au)", "k_IC(s-1)");
-  for (std::size_t i = 0; i < gaps.size(); ++i)
-    s += printed("%14.4f %12.6f %17.8e %17.8e\n", gaps[i] * au2cm, gaps[i] * au2ev, rates[i],
-                 rates[i] * au_per_second);
-  return s;
-}
-
 std::string damping_line(const Damping& d) {
   const char* shape = d.shape == DampingShape::gaussian ? "Gaussian" : "Lorentzian";
   const char* width = d.shape == DampingShape::gaussian ? "sigma" : "half width";
@@ -77,13 +75,58 @@ std::string damping_line(const Damping& d) {
   return s;
 }
 
-// The exact correlation function at k = -nt .. nt (index k + nt).
-std::vector<cplx> exact_correlation(const ParameterSet& p, DushinData& v) {
-  const std::size_t points = static_cast<std::size_t>(p.nt + 1);
-  std::vector<cplx> usqrt(points), ft(points);
-  compute_correlation(engine_inputs(p, v), p.dt, 0, p.nt, usqrt.data(), ft.data(),
-                      /*keep_imaginary=*/true, 0, terminal_progress());
-  return assemble(p.nt, usqrt, ft, v.sqrtdone);
+// C(k dt) for k = 0 .. nt on the real axis (step 0 taken at dt * 1e-5), the branch of the
+// square root followed from point to point with midpoints where the argument turns fast.
+std::vector<cplx> exact_correlation(EngineContext& ctx, double dt, std::int64_t nt,
+                                    std::vector<std::string>& warnings) {
+  const std::size_t points = static_cast<std::size_t>(nt + 1);
+  std::vector<cplx> times(points);
+  for (std::size_t k = 0; k < points; ++k)
+    times[k] = k == 0 ? dt * 1e-05 : dt * static_cast<double>(k);
+  std::vector<PointValue> values(points);
+  evaluate(ctx, times, values, PointRequest{}, terminal_progress());
+  BranchFollower follower{ctx};
+  std::vector<cplx> c(points);
+  double theta = std::arg(values[0].det);
+  for (std::size_t k = 0; k < points; ++k) {
+    const PointValue& v = values[k];
+    if (k > 0) theta += follow_argument(follower, times[k - 1], values[k - 1].det, times[k], v.det);
+    c[k] = correlation_value(v, theta);
+  }
+  // At t = 0 itself the value is known exactly (the first point above is at dt * 1e-5, where
+  // the propagators nearly cancel); the rate's sum weights this sample most.
+  c[0] = correlation_at_zero(ctx);
+  if (follower.failures > 0)
+    warnings.push_back(printed(
+        "the branch of the square root could not be followed at %lld steps of the time grid: "
+        "the exact correlation function may change sign there; lower dt",
+        static_cast<long long>(follower.failures)));
+  return c;
+}
+
+// Our own files write numbers with the letter e, so that any program reads them.
+std::string exact_text(std::span<const cplx> c, double dt) {
+  std::string s = printed("#%15s %24s %24s\n", "t(fs)", "Re C(t) (au)", "Im C(t) (au)");
+  const std::int64_t nt = static_cast<std::int64_t>(c.size()) - 1;
+  for (std::int64_t k = -nt; k <= nt; ++k) {
+    const cplx x =
+        k < 0 ? std::conj(c[static_cast<std::size_t>(-k)]) : c[static_cast<std::size_t>(k)];
+    s += printed("%16.8e %24.16e %24.16e\n", au2fs * dt * static_cast<double>(k), x.real(),
+                 x.imag());
+  }
+  return s;
+}
+
+std::string scan_text(const std::vector<double>& gaps, const std::vector<double>& rates,
+                      const std::vector<double>* errors) {
+  std::string s = printed("#%15s %16s %24s %24s", "dE(cm-1)", "dE(eV)", "k_IC(au)", "k_IC(s-1)");
+  s += errors ? printed(" %12s\n", "rel.error") : "\n";
+  for (std::size_t i = 0; i < gaps.size(); ++i) {
+    s += printed("%16.8e %16.8e %24.16e %24.16e", gaps[i] * au2cm, gaps[i] * au2ev, rates[i],
+                 rates[i] * au_per_second);
+    s += errors ? printed(" %12.3e\n", (*errors)[i]) : "\n";
+  }
+  return s;
 }
 
 // The block and the data files, read without leaving anything in the working directory, and
@@ -98,52 +141,222 @@ bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v) {
   if (p.is_exit != 0) return false;
   if (rtrim(p.ftfile).empty())
     throw IoError(infile, 0, "ftfile in the &ic_tvcf block: the rate files are named after it");
+  if (!(p.ead > 0.0))
+    throw IoError(infile, 0,
+                  printed("ead = %g hartree: the gap between the minima must be positive (the "
+                          "initial state above the final one)",
+                          p.ead));
   check_time_grid(p.nt);
   thermal_factors(p, v);
   return true;
 }
 
-void print_summary(const ParameterSet& p, const Damping& d, double rate, const std::string& base) {
+// The gaps of the scan with `ead` first (it anchors the contours), and where each one goes.
+std::vector<double> ead_first(const std::vector<double>& gaps, std::size_t middle) {
+  std::vector<double> out{gaps[middle]};
+  for (std::size_t i = 0; i < gaps.size(); ++i)
+    if (i != middle) out.push_back(gaps[i]);
+  return out;
+}
+
+// The rates at the scan's gaps and at ead, and what the method says about them.
+struct Rates {
+  std::vector<double> scan, errors;
+  double at_ead = 0.0, error_at_ead = 0.0;
+  std::string method;
+  std::vector<std::string> warnings;
+};
+
+Rates contour_scan(EngineContext& ctx, const Damping& d, double tol,
+                   const std::vector<double>& gaps, std::size_t middle) {
+  const std::vector<double> ordered = ead_first(gaps, middle);
+  ContourResult r = contour_rates(ctx, ContourSettings{d.width, tol}, ordered);
+  Rates out;
+  out.scan.resize(gaps.size());
+  out.errors.resize(gaps.size());
+  for (std::size_t k = 0; k < ordered.size(); ++k) {
+    const std::size_t i = k == 0 ? middle : (k <= middle ? k - 1 : k);
+    out.scan[i] = r.rates[k].rate;
+    out.errors[i] = r.rates[k].error;
+  }
+  const GapRate& e = r.rates[0];
+  out.at_ead = e.rate;
+  out.error_at_ead = e.error;
+  out.method = printed(
+      "method: shifted time contour t = s + i tau0, tau0 = %.6g au (%.4g fs), step %.4g au over "
+      "s = 0 .. %.6g au; %d contour%s for the scan, %lld engine evaluations; estimated relative "
+      "error %.2g (tolerance %.2g)",
+      e.tau, e.tau * au2fs, e.step, e.window, r.contours, r.contours == 1 ? "" : "s",
+      static_cast<long long>(r.evaluations), e.error, tol);
+  out.warnings = r.warnings;
+  return out;
+}
+
+Rates real_axis_scan(std::span<const cplx> c, const ParameterSet& p, const Damping& d,
+                     const std::vector<double>& gaps) {
+  Rates out;
+  out.scan = rate_scan(c, p.dt, d, gaps);
+  out.at_ead = rate_at(c, p.dt, d, p.ead);
+  out.method = printed("method: real time axis, the block's grid (dt = %.6g au, nt = %lld)", p.dt,
+                       static_cast<long long>(p.nt));
+  out.warnings = rate_warnings(c, p.dt, d, p.ead, out.at_ead);
+  if (const std::string w = scan_warning(p.dt, gaps.back()); !w.empty()) out.warnings.push_back(w);
+  return out;
+}
+
+// Far from the peak a Lorentzian rate is set by the wings of the strong lines: compared with the
+// Gaussian line of the same width, computed on the contour.
+void lorentzian_wings(EngineContext& ctx, const Damping& d, double ead, double tol, Rates& r) {
+  const Damping same{DampingShape::gaussian, line_fwhm(d) * std::sqrt(1.0 / (8.0 * std::log(2.0))),
+                     false};
+  try {
+    const double g =
+        contour_rates(ctx, ContourSettings{same.width, tol}, std::span<const double>(&ead, 1))
+            .rates[0]
+            .rate;
+    if (g > 0.0 && r.at_ead > 10.0 * g)
+      r.warnings.push_back(printed(
+          "the Lorentzian rate is %.3g times that of a Gaussian line of the same FWHM (%.6e s-1): "
+          "at this gap it is set by the Lorentzian wings of the strong lines, not by the "
+          "molecule's vibrations; consider broadentype = gaussian",
+          r.at_ead / g, g * au_per_second));
+  } catch (const FatalError&) {
+    // No Gaussian comparison to be had (no saddle): nothing to add.
+  }
+}
+
+void print_summary(const ParameterSet& p, const Damping& d, const Rates& r,
+                   const std::string& files) {
   std::cout << damping_line(d) << '\n'
             << printed("gap: ead = %.6g cm-1 = %.6g eV, temperature %.6g K", p.ead * au2cm,
                        p.ead * au2ev, p.temp)
             << '\n'
-            << printed("k_IC = %.6e s-1", rate * au_per_second) << '\n'
-            << printed("k_IC = %.6e au", rate) << '\n'
-            << "written: " << base << ".exact, " << base << ".rate, " << base << ".rate.svg, "
-            << base << ".corr.svg\n"
+            << printed("k_IC = %.6e s-1", r.at_ead * au_per_second) << '\n'
+            << printed("k_IC = %.6e au", r.at_ead) << '\n'
+            << r.method << '\n'
+            << "written: " << files << '\n'
             << std::flush;
 }
 
-void rate_command(const std::string& infile) {
+void rate_command(const RateOptions& o) {
   ParameterSet p;
   DushinData v;
-  if (!read_inputs(infile, p, v)) return;
+  if (!read_inputs(o.input, p, v)) return;
   const Damping d = damping_from(p);
   const std::string base(rtrim(p.ftfile));
+  const EngineInputs in = engine_inputs(p, v);
+  EngineContext ctx(in);
 
-  const std::vector<cplx> h = exact_correlation(p, v);
-  write_table(base + ".exact", false, p.nt, p.dt, h);
-  const std::span<const cplx> c(h.data() + p.nt, static_cast<std::size_t>(p.nt + 1));
+  std::vector<std::string> warnings;
+  const std::vector<cplx> c = exact_correlation(ctx, p.dt, p.nt, warnings);
+  write_text(base + ".exact", exact_text(c, p.dt), "exact correlation function");
 
-  const double rate = rate_at(c, p.dt, d, p.ead);
-  const std::vector<double> gaps = gap_grid(p.ead, kScanHalfWidthEv / au2ev, kScanPoints);
-  const std::vector<double> rates = rate_scan(c, p.dt, d, gaps);
-  write_text(base + ".rate", scan_text(gaps, rates), "rate scan");
-  write_text(base + ".rate.svg", gap_law_svg(gaps, rates, p.ead, rate, d, std::numbers::pi / p.dt),
+  // The scan: ead -/+ 1 eV, the gaps above zero (internal conversion releases energy).
+  std::vector<double> gaps;
+  std::size_t middle = 0;
+  for (double g : gap_grid(p.ead, kScanHalfWidthEv / au2ev, kScanPoints))
+    if (g > 0.0) {
+      if (g == p.ead) middle = gaps.size();
+      gaps.push_back(g);
+    }
+  const bool contour = d.shape == DampingShape::gaussian && !o.real_axis;
+  Rates r = contour ? contour_scan(ctx, d, o.tol, gaps, middle) : real_axis_scan(c, p, d, gaps);
+  if (d.shape == DampingShape::lorentzian) lorentzian_wings(ctx, d, p.ead, o.tol, r);
+  write_text(base + ".rate", scan_text(gaps, r.scan, contour ? &r.errors : nullptr), "rate scan");
+  write_text(base + ".rate.svg",
+             gap_law_svg(gaps, r.scan, p.ead, r.at_ead, d,
+                         contour ? std::numeric_limits<double>::infinity() : kPi / p.dt),
              "energy-gap plot");
   write_text(base + ".corr.svg", correlation_svg(c, p.dt, d), "correlation-function plot");
-  print_summary(p, d, rate, base);
-
-  std::vector<std::string> warnings = rate_warnings(c, p.dt, d, p.ead, rate);
-  if (const std::string w = scan_warning(p.dt, gaps.back()); !w.empty()) warnings.push_back(w);
+  print_summary(p, d, r,
+                base + ".exact, " + base + ".rate, " + base + ".rate.svg, " + base + ".corr.svg");
+  warnings.insert(warnings.end(), r.warnings.begin(), r.warnings.end());
   for (const std::string& w : warnings) std::cerr << "ictvcf rate: warning: " << w << '\n';
 }
 
 }  // namespace
 
-int run_rate(const std::string& infile) {
-  return guarded([&] { rate_command(infile); });
+std::vector<double> parse_temperature_list(const std::string& list) {
+  auto number = [&](const std::string& text) {
+    std::size_t used = 0;
+    double x = 0.0;
+    try {
+      x = std::stod(text, &used);
+    } catch (const std::exception&) {
+      used = 0;
+    }
+    if (used == 0 || used != text.size() || !(x >= 0.0) || !std::isfinite(x))
+      throw FatalError("ictvcf rate: --temps " + list +
+                           ": expected temperatures in K (0 or more), "
+                           "like 77,150,300 or 100:500:50; found '" +
+                           text + "'",
+                       2);
+    return x;
+  };
+  std::vector<double> out;
+  if (list.find(':') != std::string::npos) {
+    const std::size_t a = list.find(':'), b = list.find(':', a + 1);
+    if (b == std::string::npos)
+      throw FatalError("ictvcf rate: --temps " + list + ": a range is first:last:step", 2);
+    const double first = number(list.substr(0, a)), last = number(list.substr(a + 1, b - a - 1)),
+                 step = number(list.substr(b + 1));
+    if (!(step > 0.0) || last < first)
+      throw FatalError("ictvcf rate: --temps " + list + ": a range needs last >= first, step > 0",
+                       2);
+    for (double t = first; t <= last + 1e-9 * step; t += step) out.push_back(t);
+  } else {
+    std::size_t at = 0;
+    for (;;) {
+      const std::size_t comma = list.find(',', at);
+      out.push_back(number(list.substr(at, comma - at)));
+      if (comma == std::string::npos) break;
+      at = comma + 1;
+    }
+  }
+  return out;
+}
+
+RateOptions parse_rate_options(const std::vector<std::string>& args) {
+  RateOptions o;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    auto value = [&]() -> const std::string& {
+      if (i + 1 >= args.size()) throw FatalError("ictvcf rate: " + a + " needs a value", 2);
+      return args[++i];
+    };
+    if (a == "--tol") {
+      const std::string& t = value();
+      std::size_t used = 0;
+      try {
+        o.tol = std::stod(t, &used);
+      } catch (const std::exception&) {
+        used = 0;
+      }
+      if (used != t.size() || used == 0 || !(o.tol > 0.0 && o.tol < 1.0))
+        throw FatalError("ictvcf rate: --tol " + t +
+                             ": expected a relative accuracy between 0 "
+                             "and 1, such as 1e-6",
+                         2);
+    } else if (a == "--real-axis") {
+      o.real_axis = true;
+    } else if (a == "--modes") {
+      o.modes = true;
+    } else if (a == "--temps") {
+      o.temps = parse_temperature_list(value());
+    } else if (a.size() > 1 && a[0] == '-') {
+      throw FatalError("ictvcf rate: unknown option " + a, 2);
+    } else if (o.input.empty()) {
+      o.input = a;
+    } else {
+      throw FatalError("ictvcf rate: one input file only (" + o.input + ", " + a + ")", 2);
+    }
+  }
+  if (o.input.empty()) throw FatalError("ictvcf rate: the input file is missing", 2);
+  return o;
+}
+
+int run_rate(const RateOptions& options) {
+  return guarded([&] { rate_command(options); });
 }
 
 }  // namespace ictvcf

@@ -58,10 +58,6 @@ void thermal_factors(const ParameterSet& p, DushinData& v) {
     const double x = kelvin_per_hartree * v.omegae(j) / p.temp / 2.0;
     const double sh = std::sinh(x);
     v.invz2(j) = 4.0 * (sh * sh);
-    if (!std::isfinite(v.invz2(j)))
-      std::cerr << "ictvcf: warning: 4 sinh^2(hw/2kT) is not finite for mode " << j << " ("
-                << v.omegae(j) * au2cm << " cm-1) at T = " << p.temp
-                << " K; the correlation function will not be finite\n";
   }
   rdetm(v.invz2.data(), v.nmode, v.invz2det);
 }
@@ -77,8 +73,6 @@ EngineInputs engine_inputs(const ParameterSet& p, const DushinData& v) {
   in.r = v.r;
   in.iscal = v.iscal;
   in.temp = p.temp;
-  in.invz2det[0] = v.invz2det[0];
-  in.invz2det[1] = v.invz2det[1];
   return in;
 }
 
@@ -116,7 +110,11 @@ bool prepare_run(const std::string& infile, RunState& s) {
 
 void finish_run(RunState& s, const std::vector<cplx>& usqrt, const std::vector<cplx>& ft) {
   const std::int64_t nt = s.p.nt;
-  std::vector<cplx> h_ft = assemble(nt, usqrt, ft, s.v.sqrtdone);
+  // A thermal factor below 1e-127 (a frequency or temperature so extreme that hw/2kT vanishes)
+  // is set to zero, and with it the whole determinant term.
+  std::vector<cplx> h_ft = s.v.invz2det[0] == 0.0
+                               ? assemble(nt, std::vector<cplx>(usqrt.size()), ft, s.v.sqrtdone)
+                               : assemble(nt, usqrt, ft, s.v.sqrtdone);
   warn_non_finite(h_ft, nt, s.p.dt);
   const std::string table(rtrim(s.p.ftfile));
   // ("  nt : ",I20), then the table's name list-directed

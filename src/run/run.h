@@ -23,8 +23,9 @@ namespace ictvcf {
 void read_run_data(const std::string& infile, ParameterSet& p, DushinData& v, Units& units,
                    std::ofstream& log, const std::string& scratch_dir = "");
 
-// invz2(j) = 4 sinh^2(omegae(j) / 2kT) and its scaled product invz2det. Warns on standard error
-// when a factor overflows.
+// invz2(j) = 4 sinh^2(omegae(j) / 2kT) and its scaled product invz2det (infinite at 0 K; the
+// engine forms the thermal factors itself without overflow, so only a product set to zero
+// matters to the run).
 void thermal_factors(const ParameterSet& p, DushinData& v);
 
 // The part of the two stores the engine reads.

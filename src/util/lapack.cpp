@@ -15,6 +15,9 @@ void zgetrf_(const int* m, const int* n, std::complex<double>* a, const int* lda
              int* info);
 void zgetri_(const int* n, std::complex<double>* a, const int* lda, const int* ipiv,
              std::complex<double>* work, const int* lwork, int* info);
+void dgetrf_(const int* m, const int* n, double* a, const int* lda, int* ipiv, int* info);
+void dgetrs_(const char* trans, const int* n, const int* nrhs, const double* a, const int* lda,
+             const int* ipiv, double* b, const int* ldb, int* info);
 void zgemm_(const char* transa, const char* transb, const int* m, const int* n, const int* k,
             const std::complex<double>* alpha, const std::complex<double>* a, const int* lda,
             const std::complex<double>* b, const int* ldb, const std::complex<double>* beta,
@@ -89,6 +92,18 @@ int getri(int n, cplx* a, const int* ipiv, std::vector<cplx>& work) {
   int lwork = static_cast<int>(work.size());
   zgetri_(&n, a, &n, ipiv, work.data(), &lwork, &info);
   return checked(info, "zgetri");
+}
+
+int getrf(int n, double* a, int* ipiv) {
+  int info = 0;
+  dgetrf_(&n, &n, a, &n, ipiv, &info);
+  return checked(info, "dgetrf");
+}
+
+void getrs(int n, const double* a, const int* ipiv, double* b) {
+  int info = 0, one = 1;
+  dgetrs_("N", &n, &one, a, &n, ipiv, b, &n, &info);
+  checked(info, "dgetrs");
 }
 
 void gemm(int n, const cplx* a, const cplx* b, cplx* c) {

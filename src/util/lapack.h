@@ -26,6 +26,9 @@ int sytri(int n, cplx* a, const int* ipiv, cplx* work);
 // the size LAPACK asks for on the first call and reused).
 int getrf(int n, cplx* a, int* ipiv);
 int getri(int n, cplx* a, const int* ipiv, std::vector<cplx>& work);
+// Real LU factorisation with partial pivoting, and one solve with it (b := A^-1 b).
+int getrf(int n, double* a, int* ipiv);
+void getrs(int n, const double* a, const int* ipiv, double* b);
 // c = a b for n x n matrices.
 void gemm(int n, const cplx* a, const cplx* b, cplx* c);
 

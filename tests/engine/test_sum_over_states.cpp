@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "engine/engine.h"
+#include "rate/contour.h"
 #include "rate/integral.h"
 #include "run/table.h"
 #include "support/synthetic.h"
@@ -44,7 +45,6 @@ EngineInputs build(const Model& m) {
     for (int k = 1; k <= n; ++k) b.s(j, k) = m.s[j - 1][k - 1];
   }
   testing::couple(b);
-  testing::set_thermal(b);
   return b;
 }
 
@@ -151,15 +151,19 @@ Lines sum_over_states(const Model& m, int size) {
   std::vector<double> e2(dim);
   EXPECT_EQ(lapack::syev(dim, h.data(), e2.data()), 0);
 
+  // Boltzmann weights e^{-beta (E - E0)} prod_k (1 - e^{-beta w2_k}), finite down to 0 K (E0 the
+  // zero-point energy, checked against the lowest eigenvalue).
   const double beta = kelvin_per_hartree / m.temp;
-  double z2 = 1.0;  // the exact partition function of H2
-  for (int k = 0; k < n; ++k) z2 /= 2.0 * std::sinh(beta * w2[k] / 2);
+  double norm = 1.0;
+  for (int k = 0; k < n; ++k) norm *= -std::expm1(-beta * w2[k]);
+  double e0 = 0.0;
+  for (int k = 0; k < n; ++k) e0 += w2[k] / 2;
 
   Lines out;
   out.ground = e2[0];
   const int big = size + 1, wide = basis.count(big);
   for (int v = 0; v < dim; ++v) {
-    const double pop = std::exp(-beta * e2[v]) / z2;
+    const double pop = v == 0 ? norm : std::exp(-beta * (e2[v] - e0)) * norm;
     out.population_sum += pop;
     if (pop < 1e-16) continue;
     // V|v2> = sum_k rif_k p_k |v2>, p_k = i sqrt(w/2) (a+ - a): i times a real vector.
@@ -230,6 +234,23 @@ void check_against_states(const Model& m, int size, const std::vector<double>& g
   }
 }
 
+// The contour rate (to 1e-9) against the golden rule of the same states, at three temperatures.
+void contour_against_states(Model m, int size, const std::vector<double>& gaps_cm) {
+  const double sigma = 200.0 / au2cm;
+  for (double temp : {300.0, 2.0, 0.0}) {
+    m.temp = temp;
+    const Lines lines = sum_over_states(m, size);
+    const EngineInputs in = build(m);
+    EngineContext ctx(in);
+    for (double gap_cm : gaps_cm) {
+      const double gap = gap_cm / au2cm, want = golden_rule(lines, gap, sigma);
+      const GapRate r =
+          contour_rates(ctx, {sigma, 1e-9}, std::span<const double>(&gap, 1)).rates[0];
+      EXPECT_NEAR(r.rate / want, 1.0, 1e-8) << temp << " K, gap " << gap_cm << " cm-1";
+    }
+  }
+}
+
 TEST(SumOverStates, OneModeWithFrequencyChange) {
   // Huang-Rhys factor about 1 in the initial state, 15 % softer there.
   const double w2 = 850.0 / au2cm;
@@ -246,6 +267,7 @@ TEST(SumOverStates, TwoModesWithDuschinskyRotation) {
                 {{std::cos(th), std::sin(th)}, {-std::sin(th), std::cos(th)}},
                 300.0};
   check_against_states(m, 24, {-300.0, 1500.0, 2600.0});
+  contour_against_states(m, 24, {1500.0, 6000.0, 12000.0});
 }
 
 }  // namespace

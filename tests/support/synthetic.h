@@ -6,19 +6,8 @@
 
 #include "engine/engine.h"
 #include "util/constants.h"
-#include "util/scaled_product.h"
 
 namespace ictvcf::testing {
-
-// The thermal normalisation of the inputs' current temperature and frequencies.
-inline void set_thermal(EngineInputs& in) {
-  std::vector<double> invz2(in.omegae.size());
-  for (std::size_t j = 0; j < invz2.size(); ++j) {
-    const double sh = std::sinh(kelvin_per_hartree * in.omegae[j] / in.temp / 2.0);
-    invz2[j] = 4.0 * sh * sh;
-  }
-  rdetm(invz2.data(), in.nmode, in.invz2det);
-}
 
 // The coupling products and the pair mask from rif: every pair, or only (mode, mode).
 inline void couple(EngineInputs& in, int mode = 0) {
@@ -65,7 +54,6 @@ inline EngineInputs random_system(int n, unsigned seed, double mixing, double te
     }
   }
   couple(v, mode);
-  set_thermal(v);
   return v;
 }
 
