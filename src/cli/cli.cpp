@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "prepare/command.h"
 #include "rate/command.h"
 #include "run/run.h"
 #include "util/errors.h"
@@ -15,12 +16,15 @@ namespace {
 const char* const kUsage =
     "usage: ictvcf INPUT\n"
     "       ictvcf rate INPUT\n"
+    "       ictvcf prepare FINAL INITIAL [--nac FILE] [--nac-geometry final|initial]\n"
+    "                      [--ead VALUE eV|cm-1|au] [--out DIR]\n"
     "       ictvcf --help | --version\n"
     "\n"
     "Computes the thermal vibration correlation function of the internal-conversion rate\n"
     "between two electronic states from the &ic_tvcf block of INPUT, and writes the log and\n"
     "the correlation-function table named there. 'ictvcf rate INPUT' also integrates it into\n"
-    "the rate constant k_IC.\n"
+    "the rate constant k_IC. 'ictvcf prepare' writes the data files and the input from two\n"
+    "frequency calculations (see 'ictvcf prepare --help').\n"
     "\n"
     "The block, one 'name = value [unit]' per line (units: fs, ps, au, a.u., eV, cm-1, K,\n"
     "debye; energies default to hartree, times to atomic units):\n"
@@ -73,6 +77,7 @@ int main_entry(int argc, char** argv) {
         [&] { options = parse_rate_options(std::vector<std::string>(argv + 2, argv + argc)); });
     return status != 0 ? status : run_rate(options);
   }
+  if (first == "prepare") return run_prepare(std::vector<std::string>(argv + 2, argv + argc));
 #ifdef ICTVCF_WITH_MPI
   return run_mpi(first);
 #else

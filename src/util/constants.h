@@ -12,6 +12,8 @@ inline constexpr double au2cm = 219474.6307;
 inline constexpr double au2db = 2.541580252938;
 inline constexpr double kelvin_per_hartree = 315774.98;
 inline constexpr double sqrt_amu = 42.69529868732622;  // sqrt(1822.88853), amu in electron masses
+// The atomic mass unit in electron masses (CODATA 2018), for masses read from quantum chemistry.
+inline constexpr double amu_in_me = 1822.888486209;
 
 // Rates: k in s-1 = k in atomic units * au_per_second.
 inline constexpr double au_per_second = 1.0 / 2.4188843265e-17;

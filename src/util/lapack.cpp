@@ -24,6 +24,9 @@ void zgemm_(const char* transa, const char* transb, const int* m, const int* n, 
             std::complex<double>* c, const int* ldc);
 void dsyrk_(const char* uplo, const char* trans, const int* n, const int* k, const double* alpha,
             const double* a, const int* lda, const double* beta, double* c, const int* ldc);
+void dgemm_(const char* transa, const char* transb, const int* m, const int* n, const int* k,
+            const double* alpha, const double* a, const int* lda, const double* b, const int* ldb,
+            const double* beta, double* c, const int* ldc);
 void dsyev_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda, double* w,
             double* work, const int* lwork, int* info);
 void dgesvd_(const char* jobu, const char* jobvt, const int* m, const int* n, double* a,
@@ -113,6 +116,13 @@ void gemm(int n, const cplx* a, const cplx* b, cplx* c) {
 
 void syrk_t(int n, int k, double alpha, const double* a, int lda, double beta, double* c) {
   dsyrk_("L", "T", &n, &k, &alpha, a, &lda, &beta, c, &n);
+}
+
+void dgemm(bool trans_a, bool trans_b, int m, int n, int k, double alpha, const double* a, int lda,
+           const double* b, int ldb, double beta, double* c, int ldc) {
+  if (m == 0 || n == 0) return;
+  dgemm_(trans_a ? "T" : "N", trans_b ? "T" : "N", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c,
+         &ldc);
 }
 
 int syev(int n, double* a, double* w) {

@@ -35,6 +35,11 @@ void gemm(int n, const cplx* a, const cplx* b, cplx* c);
 // Lower triangle of c (n x n) := alpha a^T a + beta c, with a k x n (leading dimension lda).
 void syrk_t(int n, int k, double alpha, const double* a, int lda, double beta, double* c);
 
+// c (m x n) := alpha op(a) op(b) + beta c for real matrices, op(x) = x^T where the flag is set;
+// leading dimensions as stored.
+void dgemm(bool trans_a, bool trans_b, int m, int n, int k, double alpha, const double* a, int lda,
+           const double* b, int ldb, double beta, double* c, int ldc);
+
 // Real symmetric eigenproblem of the n x n matrix a: eigenvalues ascending in w, orthonormal
 // eigenvectors in the columns of a.
 int syev(int n, double* a, double* w);

@@ -1,0 +1,135 @@
+// `ictvcf prepare` as a user runs it: the written files read back by the run's own readers, the
+// run and the rate on them, the warnings of a poor pair, and bad input that writes nothing.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <sstream>
+
+#include "coupling/getrlk.h"
+#include "prepare/modes.h"
+#include "prepare_support.h"
+#include "test_support.h"
+#include "util/constants.h"
+#include "vibronic/read_dush.h"
+
+namespace ictvcf {
+namespace {
+
+using testing::qc_file;
+using testing::read_file;
+using testing::ScratchDir;
+using testing::write_file;
+
+struct Result {
+  int status;
+  std::string out, err;
+};
+
+Result ictvcf(const std::string& args) {
+  const std::string cmd = std::string("'") + ICTVCF_EXE + "' " + args + " >out.txt 2>err.txt";
+  const int raw = std::system(cmd.c_str());
+  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read_file("out.txt"), read_file("err.txt")};
+}
+
+// The word after `label` in `text` (empty if the label is missing).
+std::string word_after(const std::string& text, const std::string& label) {
+  const std::size_t at = text.find(label);
+  if (at == std::string::npos) return "";
+  std::istringstream in(text.substr(at + label.size()));
+  std::string w;
+  in >> w;
+  return w;
+}
+
+TEST(PrepareCommand, CoumarinFilesDriveTheRunAndTheRate) {
+  ScratchDir dir;
+  const std::string s0 = qc_file("coumarin/coumarin_s0.fchk");
+  const std::string s1 = qc_file("coumarin/coumarin_s1.fchk");
+  const Result r = ictvcf("prepare " + s0 + " " + s1 + " --out case");
+  ASSERT_EQ(r.status, 0) << r.err;
+  // Only the two files' small gradients are worth a warning.
+  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 2) << r.err;
+  EXPECT_NE(r.err.find("gradient"), std::string::npos);
+
+  // The run's readers see the numbers computed here.
+  const QcState a = read_qc_state(s0), b = read_qc_state(s1);
+  const NacInput nac{b.file, b.nac, NacGeometry::initial_state, {}, {}};
+  const PrepareResult ref = prepare_pair(a, b, &nac);
+  ParameterSet p;
+  p.dsfile = pad("case/dushin.dat", 200);
+  DushinData v;
+  std::ostringstream log;
+  readdushinout(p, v, log);
+  TextFile cf = open_text_file("case/nacme.dat");
+  getrlk(p, v, cf, 0, log);
+  ASSERT_EQ(v.nmode, 45);
+  for (int i = 1; i <= 45; ++i) {
+    EXPECT_EQ(v.d(i), ref.d2[i + 5]);
+    EXPECT_EQ(v.rif(i), ref.rif[i + 5]);
+    EXPECT_NEAR(v.omegae(i), ref.modes2.omega[i + 5], 1e-12 * v.omegae(i));
+    for (int j = 1; j <= 45; ++j) EXPECT_EQ(v.s(i, j), ref.s(i + 6, j + 6));
+  }
+
+  // The run: its log reports the same reorganisation energies, and its t = 0 row is the thermal
+  // average sum_kl rif_k rif_l <P1_k P1_l> with P1 = S^T P2.
+  std::filesystem::current_path("case");
+  ASSERT_EQ(ictvcf("ic.inp").status, 0);
+  const std::string runlog = read_file("ic_tvcf.log");
+  EXPECT_EQ(word_after(runlog, "Reorganiztion Energy 1       is:"),
+            word_after(r.out, "reorganisation energy, state 1:"));
+  EXPECT_EQ(word_after(runlog, "Reorganiztion Energy 2       is:"),
+            word_after(r.out, "reorganisation energy, state 2:"));
+  const double kt = 300.0 / kelvin_per_hartree;
+  double c0 = 0.0;
+  for (int j = 1; j <= 45; ++j) {
+    double sr = 0.0;
+    for (int k = 1; k <= 45; ++k) sr += v.s(j, k) * v.rif(k);
+    c0 += sr * sr * v.omegae(j) / 2.0 / std::tanh(v.omegae(j) / (2.0 * kt));
+  }
+  const double row0 = std::stod(word_after(read_file("ic_tvcf.dat"), "\n       0.00000"));
+  EXPECT_NEAR(row0 / c0, 1.0, 1e-6);
+
+  const Result rate = ictvcf("rate ic.inp");
+  EXPECT_EQ(rate.status, 0) << rate.err;
+  EXPECT_NE(rate.out.find("k_IC = "), std::string::npos);
+}
+
+TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
+  ScratchDir dir;
+  const std::string m0 = qc_file("methylium/opt_freq_s0.fchk");
+  const std::string m1 = qc_file("methylium/opt_freq_s1.fchk");
+  const Result poor = ictvcf("prepare " + m0 + " " + m1);
+  EXPECT_EQ(poor.status, 0);
+  EXPECT_NE(poor.err.find("ictvcf prepare: warning: a large-amplitude change"), std::string::npos);
+  EXPECT_TRUE(testing::exists("dushin.dat") && testing::exists("ic.inp"));
+
+  const QcState s = read_qc_state(m0);
+  write_file("noenergy.hess", testing::orca_hess(s, true, 0.0));
+  QcState line = s;
+  line.x = {0, 0, -2.2, 0, 0, 0, 0, 0, 2.2, 0, 0, 4.2};
+  write_file("linear.hess", testing::orca_hess(line, true, -1.0));
+  write_file("nac.txt", "0 0 0.1\n0 0 -0.1\n0 0 0\n0 0 0\n");
+  write_file("notadir", "");
+  const std::pair<std::string, std::string> cases[] = {
+      {m0 + " " + qc_file("coumarin/coumarin_s1.fchk"), "expected the same 4 atoms"},
+      {"noenergy.hess " + m1, "expected a total energy"},
+      {"linear.hess linear.hess", "expected a non-linear molecule"},
+      {m0 + " " + m1 + " --nac nac.txt", "--nac-geometry final|initial"},
+      {m0 + " " + m1 + " --ead 3.1", "expected a unit (eV, cm-1 or au) after --ead"},
+      {m0 + " " + m1 + " --frequency", "unknown option '--frequency'"},
+      {m0 + " " + m1 + " --out notadir/x", "cannot create the output directory"},
+  };
+  for (const auto& [args, expected] : cases) {
+    const Result r = ictvcf("prepare --out bad " + args);
+    EXPECT_EQ(r.status, 2) << args;
+    EXPECT_NE(r.err.find(expected), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.substr(0, r.err.find('\n')).find("warning"), std::string::npos) << r.err;
+    EXPECT_FALSE(testing::exists("bad")) << args;
+  }
+}
+
+}  // namespace
+}  // namespace ictvcf

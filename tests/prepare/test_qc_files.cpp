@@ -1,0 +1,144 @@
+// The quantum-chemistry readers: the fields of a formatted checkpoint, ORCA Hessian files in both
+// column layouts, a coupling given three ways (checkpoint, ORCA output in another frame, plain
+// list) giving the same couplings, and bad files reported with their line.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "prepare/modes.h"
+#include "prepare_support.h"
+#include "test_support.h"
+#include "util/errors.h"
+
+namespace ictvcf {
+namespace {
+
+using testing::moved;
+using testing::qc_file;
+using testing::rotation;
+using testing::ScratchDir;
+using testing::write_file;
+
+TEST(QcFiles, CheckpointFieldsAndOrcaHessiansInBothLayouts) {
+  const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));
+  const QcState s1 = read_qc_state(qc_file("coumarin/coumarin_s1.fchk"));
+  ASSERT_EQ(s1.natoms(), 17);
+  EXPECT_EQ(s1.atomic_number[6], 8);
+  EXPECT_DOUBLE_EQ(s1.mass[16], 1.00782504);
+  EXPECT_DOUBLE_EQ(s1.x[1], -3.53506246e+01);
+  EXPECT_DOUBLE_EQ(s1.energy, -4.963522861828311e+02);
+  EXPECT_DOUBLE_EQ(s1.hessian(2, 1), 4.94715369e-02);  // row-wise lower triangle
+  EXPECT_DOUBLE_EQ(s1.hessian(1, 2), 4.94715369e-02);
+  EXPECT_DOUBLE_EQ(s1.gradient[0], 2.08639823e-05);
+  EXPECT_DOUBLE_EQ(s1.nac[2], 6.37164232e-03);
+  EXPECT_TRUE(s0.nac.empty());  // the S0 job writes the field as zeros
+  ASSERT_EQ(s1.file_omega.size(), 45u);
+  EXPECT_DOUBLE_EQ(s1.file_omega[44], 3.19683854e+03);
+
+  // The same Hessian as ORCA writes it (6 columns in F format, 5 in E format): frequencies
+  // within 0.1 cm-1 of the checkpoint's own analysis.
+  ScratchDir dir;
+  for (bool e_format : {true, false}) {
+    write_file("s1.hess", testing::orca_hess(s1, e_format, s1.energy));
+    QcState h = read_qc_state("s1.hess");
+    EXPECT_EQ(h.format, "ORCA hess");
+    EXPECT_NEAR(h.energy, s1.energy, 1e-8);
+    double dh = 0.0;
+    for (std::size_t i = 0; i < h.hessian.data.size(); ++i)
+      dh = std::max(dh, std::fabs(h.hessian.data[i] - s1.hessian.data[i]));
+    EXPECT_LT(dh, e_format ? 1e-9 : 6e-7);
+    h.file_omega = s1.file_omega;
+    const PrepareResult r = prepare_pair(h, h, nullptr);
+    EXPECT_LT(r.state[0].omega_dev, e_format ? 1e-3 : 0.1) << r.state[0].omega_dev;
+  }
+}
+
+TEST(QcFiles, CouplingGivenThreeWaysGivesTheSameCouplings) {
+  const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));
+  const QcState s1 = read_qc_state(qc_file("coumarin/coumarin_s1.fchk"));
+  const NacInput in_file{s1.file, s1.nac, NacGeometry::initial_state, {}, {}};
+  const std::vector<double> ref = prepare_pair(s0, s1, &in_file).rif;
+  double big = 0.0;
+  for (double v : ref) big = std::max(big, std::fabs(v));
+
+  ScratchDir dir;
+  // An ORCA output in yet another frame: the geometry block, then the couplings.
+  const double shift[3] = {1.0, 2.0, -4.0};
+  const QcState t = moved(s1, rotation(2, -1, 1, 77.0), shift);
+  std::string out =
+      "ORCA output\n\n----------------------------\nCARTESIAN COORDINATES (A.U.)\n"
+      "----------------------------\n  NO LB      ZA    FRAG     MASS         X"
+      "           Y           Z\n";
+  for (int a = 0; a < 17; ++a)
+    out += printed("  %2d %-2s %8.4f %4d %10.3f %18.12f %18.12f %18.12f\n", a,
+                   element_symbol(t.atomic_number[a]).c_str(), 1.0 * t.atomic_number[a], 0,
+                   t.mass[a], t.x[3 * a], t.x[3 * a + 1], t.x[3 * a + 2]);
+  out +=
+      "\n------------------------------------------\nCARTESIAN NON-ADIABATIC COUPLINGS\n"
+      "         <S0|d/dx|S1>\n------------------------------------------\n\n";
+  for (int a = 0; a < 17; ++a)
+    out += printed("   %2d   %-2s :  %18.12f %18.12f %18.12f\n", a,
+                   element_symbol(t.atomic_number[a]).c_str(), t.nac[3 * a], t.nac[3 * a + 1],
+                   t.nac[3 * a + 2]);
+  out += "------------------------------------------\nNORM of the NACME vector\n";
+  write_file("nac.out", out);
+  // A plain list, in the initial state's frame.
+  std::string plain = "# <S0|d/dx|S1>, 1 over bohr\n";
+  for (int a = 0; a < 17; ++a)
+    plain += printed("%.15e %.15e %.15e\n", s1.nac[3 * a], s1.nac[3 * a + 1], s1.nac[3 * a + 2]);
+  write_file("nac.txt", plain);
+
+  for (const char* name : {"nac.out", "nac.txt"}) {
+    const NacInput nac = read_nac_file(name, 17, NacGeometry::initial_state);
+    const std::vector<double> rif = prepare_pair(s0, s1, &nac).rif;
+    for (std::size_t k = 6; k < rif.size(); ++k) EXPECT_NEAR(rif[k], ref[k], 1e-9 * big) << name;
+  }
+  EXPECT_THROW(read_nac_file("nac.txt", 17, NacGeometry::unknown), IoError);
+}
+
+// The text with the first `from` replaced by `to`.
+std::string edited(const std::string& text, const std::string& from, const std::string& to) {
+  std::string t = text;
+  const std::size_t at = t.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  t.replace(at, from.size(), to);
+  return t;
+}
+
+TEST(QcFiles, BadFilesNameTheLineAndWhatWasExpected) {
+  ScratchDir dir;
+  const std::string fchk = testing::read_file(qc_file("methylium/opt_freq_s0.fchk"));
+  const QcState s0 = read_qc_state(qc_file("methylium/opt_freq_s0.fchk"));
+  const std::string hess = testing::orca_hess(s0, true, -39.4);
+  struct Case {
+    std::string text;
+    long line;
+    std::string expected;
+  } cases[] = {
+      // a bad value inside the force constants (line 101 holds values 6-10)
+      {edited(fchk, "1.51668664E-06", "1.51668664Q-06"), 101,
+       "value 8 of 78 of 'Cartesian Force Constants' in columns 33-48"},
+      {fchk.substr(0, fchk.find("Cartesian Force Constants") + 300), 0, "(end of file)"},
+      {edited(fchk, "Cartesian Force Constants", "Cartesian Other Constants"), 0,
+       "an optimisation alone"},
+      {edited(fchk, "N=          12\n  4.45", "N=          11\n  4.45"), 24, "expected N= 12"},
+      {edited(hess, "$hessian\n12", "$hessian\n9"), 0, "dimension 12"},
+      {edited(hess, "\n     3    ", "\n     3 0.5"), 15, "row 3 of the block of columns 0-4"},
+      {"just text\n", 0, "expected a Gaussian formatted checkpoint"},
+  };
+  for (const auto& c : cases) {
+    write_file("bad", c.text);
+    try {
+      read_qc_state("bad");
+      ADD_FAILURE() << c.expected;
+    } catch (const IoError& e) {
+      EXPECT_NE(std::string(e.what()).find(c.expected), std::string::npos) << e.what();
+      if (c.line > 0) {
+        EXPECT_EQ(e.line, c.line) << e.what();
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace ictvcf
