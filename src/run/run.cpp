@@ -13,6 +13,7 @@
 #include "run/progress.h"
 #include "run/table.h"
 #include "util/constants.h"
+#include "util/dir_lock.h"
 #include "util/errors.h"
 #include "util/fortran_format.h"
 #include "util/memory.h"
@@ -29,6 +30,8 @@ void read_run_data(const std::string& infile, ParameterSet& p, DushinData& v, Un
                    std::ofstream& log, const std::string& scratch_dir) {
   init(p);
   if (scratch_dir.empty()) {
+    // Runs started together in one directory take turns with the shared work files.
+    const WorkFilesLock lock(infile);
     readinput(p, units, pad(infile, 200), ".input.convert", "&ic_tvcf", "/");
     // The log begins with the parameter echo.
     file_copy(units, ".input.convert", p.logfile);

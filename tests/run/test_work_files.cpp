@@ -1,8 +1,13 @@
 // Where a run keeps its temporary files: an input named with a directory part keeps them beside
 // it and touches nothing else; runs started together in one directory do not mix them.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "support/small_molecule.h"
 #include "test_support.h"
@@ -90,6 +95,74 @@ TEST(WorkFiles, BadParameterLeavesTheBlockFilesBesideTheInput) {
   EXPECT_TRUE(exists("p/sub/.ic.inp"));
   EXPECT_TRUE(exists("p/sub/.ic.inp_tmp"));
   EXPECT_FALSE(exists("p/sub/.input.convert"));
+}
+
+// Four inputs that differ in temperature and output names, in one directory.
+void write_four_inputs() {
+  testing::write_molecule("");
+  for (int i = 1; i <= 4; ++i) {
+    const std::string n = std::to_string(i);
+    write_file("in" + n + ".inp", "&ic_tvcf\n dsfile = d.dat\n coulfile = c.dat\n ftfile = ft" + n +
+                                      ".dat\n logfile = log" + n + "\n n3all = .true.\n temp = " +
+                                      std::to_string(100 * (i + 1)) +
+                                      "\n dt = 10\n tmax = 400\n/\n");
+  }
+}
+
+TEST(WorkFiles, RunsStartedTogetherInOneDirectoryKeepTheirOwnNames) {
+  ScratchDir dir;
+  write_four_inputs();
+  std::string alone[5];
+  for (int i = 1; i <= 4; ++i) {
+    const std::string n = std::to_string(i);
+    ASSERT_EQ(run_exe("in" + n + ".inp").status, 0);
+    alone[i] = read_file("ft" + n + ".dat");
+    fs::remove("ft" + n + ".dat");
+  }
+  for (int round = 0; round < 3; ++round) {
+    const std::string cmd = std::string("for i in 1 2 3 4; do ( '") + ICTVCF_EXE +
+                            "' in$i.inp >out$i 2>err$i; echo $? >rc$i ) & done; wait";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    for (int i = 1; i <= 4; ++i) {
+      const std::string n = std::to_string(i);
+      EXPECT_EQ(read_file("rc" + n), "0\n") << read_file("err" + n);
+      EXPECT_EQ(read_file("out" + n), "");
+      EXPECT_EQ(read_file("ft" + n + ".dat"), alone[i]) << "run " << n;
+      const std::string log = read_file("log" + n);
+      EXPECT_NE(log.find("  ftfile                         = ft" + n + ".dat\n"),
+                std::string::npos);
+      EXPECT_EQ(log.find("temp = " + std::to_string(100 * (i + 1))), log.rfind("temp = "));
+      EXPECT_EQ(log.substr(log.size() - 9), " ft" + n + ".dat\n");
+    }
+    EXPECT_TRUE(testing::dot_files().empty());
+  }
+}
+
+// While another process holds the lock, a run waits, says so, and has touched nothing.
+TEST(WorkFiles, ARunWaitsForTheLockAndSaysSo) {
+  ScratchDir dir;
+  testing::write_molecule(" dt = 10\n tmax = 50\n");
+  const int fd = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_EQ(flock(fd, LOCK_EX), 0);
+  const std::string cmd =
+      std::string("( '") + ICTVCF_EXE + "' ic.inp >out 2>err; echo $? >rc.part; mv rc.part rc ) &";
+  ASSERT_EQ(std::system(cmd.c_str()), 0);
+  auto wait_for = [](const char* file, const char* text) {
+    for (int k = 0; k < 600 && read_file(file).find(text) == std::string::npos; ++k)
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return read_file(file);
+  };
+  EXPECT_NE(wait_for("err", "waiting").find("ictvcf: warning: another run is using the work files"),
+            std::string::npos);
+  EXPECT_FALSE(exists("ic.log"));
+  EXPECT_FALSE(exists(".input.convert"));
+  EXPECT_FALSE(exists(".ic.inp"));
+  flock(fd, LOCK_UN);
+  ::close(fd);
+  EXPECT_EQ(wait_for("rc", "\n"), "0\n");
+  EXPECT_TRUE(exists("ft.dat"));
+  const std::string err = read_file("err");
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
 }
 
 }  // namespace
