@@ -4,11 +4,13 @@
 #include <fstream>
 #include <iostream>
 
+#include "input/diagnostics.h"
 #include "input/values.h"
 #include "util/errors.h"
 #include "util/fortran_format.h"
 #include "util/strings.h"
 #include "util/text_file.h"
+#include "util/warning.h"
 
 namespace ictvcf {
 
@@ -131,6 +133,11 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
   for (std::size_t k = 0; k < block.records.size(); ++k) {
     read_record(block, line, kParamLine);
     const bool has_assignment = get_vars(line, name, value, unit);
+    const std::string& file = source ? source->file : blockfile;
+    const long src_line =
+        source && k < source->lines.size() ? source->lines[k] : static_cast<long>(k + 1);
+    const std::string at = where(std::string(rtrim(file)), src_line);
+    if (has_assignment) check_parameter_line(at, name, value, unit);
 
     // Each line becomes a one-assignment name-list record in the work file.
     std::vector<std::string> work{" &input"};
@@ -154,9 +161,6 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
         assignment += value;
       work.push_back(assignment);
     } else {
-      const std::string& file = source ? source->file : blockfile;
-      const long src_line =
-          source && k < source->lines.size() ? source->lines[k] : static_cast<long>(k + 1);
       double x = char_to_real(value, file, src_line);
       get_au(x, unit);
       double y = x;
@@ -178,6 +182,7 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
     NmlResult r;
     if (has_assignment) r = read_namelist(nml, "input", group);
     if (!has_assignment || r.status != LdStatus::ok) {
+      explain_bad_line(at, has_assignment, line, name, value, unit);
       std::string out = "  Error for input parameter:\n\n";
       for (const std::string& l : work) out += std::string(rtrim(pad(l, kPrintLine))) + "\n";
       throw StopRun(out, 1);

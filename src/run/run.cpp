@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "coupling/getrlk.h"
+#include "input/diagnostics.h"
 #include "input/read_input.h"
 #include "run/prepare_data.h"
 #include "run/progress.h"
@@ -33,12 +34,14 @@ void read_run_data(const std::string& infile, ParameterSet& p, DushinData& v, Un
     // Runs started together in one directory take turns with the shared work files.
     const WorkFilesLock lock(infile);
     readinput(p, units, pad(infile, 200), ".input.convert", "&ic_tvcf", "/");
+    check_parameters(p, infile, true);
     // The log begins with the parameter echo.
     file_copy(units, ".input.convert", p.logfile);
     file_delete(units, ".input.convert");
   } else {
     const std::string conv = scratch_dir + "/.input.convert";
     readinput(p, units, pad(infile, 200), conv, "&ic_tvcf", "/", scratch_dir);
+    check_parameters(p, infile, false);
     file_delete(units, conv);
   }
   prepare_data(p);
