@@ -362,4 +362,16 @@ void check_parameters(const ParameterSet& p, const std::string& infile, bool wri
          ": the table replaces the log");
 }
 
+void warn_stopped(const ParameterSet& p, bool writes_outputs) {
+  if (!writes_outputs) {
+    warn("the run stopped (status 0) after the message on standard output: nothing was computed");
+    return;
+  }
+  const std::string table = trimmed(p.ftfile);
+  std::error_code ec;
+  const bool earlier = !table.empty() && std::filesystem::exists(table, ec);
+  warn("the run stopped (status 0) after the message on standard output: no table was written" +
+       (earlier ? "; " + table + " is from an earlier run" : " (" + table + ")"));
+}
+
 }  // namespace ictvcf

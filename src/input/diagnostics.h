@@ -27,4 +27,9 @@ std::string nearest_parameter(std::string_view name);
 // The block as read. `writes_outputs`: the run writes the log and the table named there.
 void check_parameters(const ParameterSet& p, const std::string& infile, bool writes_outputs);
 
+// A described stop with status 0 after the data files (a missing marker, `mode` out of range, the
+// coupling reader's stops): no table was written, and a file of the table's name is an earlier
+// run's. `writes_outputs` as above.
+void warn_stopped(const ParameterSet& p, bool writes_outputs);
+
 }  // namespace ictvcf

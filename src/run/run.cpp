@@ -21,6 +21,7 @@
 #include "util/scaled_product.h"
 #include "util/strings.h"
 #include "util/text_file.h"
+#include "vibronic/checks.h"
 #include "vibronic/read_dush.h"
 
 namespace ictvcf {
@@ -52,11 +53,18 @@ void read_run_data(const std::string& infile, ParameterSet& p, DushinData& v, Un
     if (!log) throw IoError(logname, 0, "cannot open the log for appending");
   }
 
-  readdushinout(p, v, log);
-  log.flush();
-  TextFile coupling = open_text_file(std::string(rtrim(p.coulfile)));
-  getrlk(p, v, coupling, 0, log);
-  log.flush();
+  try {
+    readdushinout(p, v, log);
+    log.flush();
+    TextFile coupling = open_text_file(std::string(rtrim(p.coulfile)));
+    getrlk(p, v, coupling, 0, log);
+    log.flush();
+  } catch (const StopRun& e) {
+    if (e.status == 0) warn_stopped(p, scratch_dir.empty());
+    throw;
+  }
+  if (p.is_exit != 0) warn_stopped(p, scratch_dir.empty());
+  check_vibronic_data(p, v);
 }
 
 void thermal_factors(const ParameterSet& p, DushinData& v) {

@@ -21,6 +21,7 @@ void zgemm_(const char* transa, const char* transb, const int* m, const int* n, 
             std::complex<double>* c, const int* ldc);
 void dsyrk_(const char* uplo, const char* trans, const int* n, const int* k, const double* alpha,
             const double* a, const int* lda, const double* beta, double* c, const int* ldc);
+void dgetrf_(const int* m, const int* n, double* a, const int* lda, int* ipiv, int* info);
 void dsyev_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda, double* w,
             double* work, const int* lwork, int* info);
 void dgesvd_(const char* jobu, const char* jobvt, const int* m, const int* n, double* a,
@@ -98,6 +99,13 @@ void gemm(int n, const cplx* a, const cplx* b, cplx* c) {
 
 void syrk_t(int n, int k, double alpha, const double* a, int lda, double beta, double* c) {
   dsyrk_("L", "T", &n, &k, &alpha, a, &lda, &beta, c, &n);
+}
+
+int getrf(int n, double* a, int* ipiv) {
+  int info = 0;
+  if (n == 0) return 0;
+  dgetrf_(&n, &n, a, &n, ipiv, &info);
+  return checked(info, "dgetrf");
 }
 
 int syev(int n, double* a, double* w) {

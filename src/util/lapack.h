@@ -32,6 +32,9 @@ void gemm(int n, const cplx* a, const cplx* b, cplx* c);
 // Lower triangle of c (n x n) := alpha a^T a + beta c, with a k x n (leading dimension lda).
 void syrk_t(int n, int k, double alpha, const double* a, int lda, double beta, double* c);
 
+// Real LU factorisation with partial pivoting (for determinants).
+int getrf(int n, double* a, int* ipiv);
+
 // Real symmetric eigenproblem of the n x n matrix a: eigenvalues ascending in w, orthonormal
 // eigenvectors in the columns of a.
 int syev(int n, double* a, double* w);
