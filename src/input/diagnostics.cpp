@@ -364,13 +364,16 @@ void check_parameters(const ParameterSet& p, const std::string& infile, bool wri
 
 void warn_stopped(const ParameterSet& p, bool writes_outputs) {
   if (!writes_outputs) {
-    warn("the run stopped (status 0) after the message on standard output: nothing was computed");
+    warn(
+        "the run stops (status 0) with the message on standard output: nothing was computed "
+        "or written; files named after ftfile (" +
+        trimmed(p.ftfile) + ") are from an earlier run");
     return;
   }
   const std::string table = trimmed(p.ftfile);
   std::error_code ec;
   const bool earlier = !table.empty() && std::filesystem::exists(table, ec);
-  warn("the run stopped (status 0) after the message on standard output: no table was written" +
+  warn("the run stops (status 0) with the message on standard output: no table was written" +
        (earlier ? "; " + table + " is from an earlier run" : " (" + table + ")"));
 }
 

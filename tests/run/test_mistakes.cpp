@@ -66,5 +66,20 @@ TEST(Mistakes, EachIsNamedOnStandardErrorAndNowhereElse) {
   }
 }
 
+// `ictvcf rate` reads the block and the data files the same way, with the same warnings.
+TEST(Mistakes, TheRateCommandWarnsToo) {
+  testing::ScratchDir dir;
+  testing::write_molecule(" dt = 10\n tmax = 50\n ead = 3.66\n");
+  testing::Result r = testing::run_exe("rate ic.inp");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.err.find("ictvcf: warning: ic.inp, line 9: ead = 3.66 has no unit"),
+            std::string::npos)
+      << r.err;
+  testing::write_molecule(" dt = 10\n tmax = 50\n mode = 3\n");
+  r = testing::run_exe("rate ic.inp");
+  EXPECT_EQ(r.out, "mode should be 0,1,...,3n-6 ! Stop!\n");
+  EXPECT_NE(r.err.find("nothing was computed or written"), std::string::npos) << r.err;
+}
+
 }  // namespace
 }  // namespace ictvcf
