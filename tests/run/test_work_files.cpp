@@ -36,11 +36,11 @@ void expect_sentinels(const fs::path& dir) {
 }
 
 // Runs the molecule in p/sub as `arg` from the directory `from` and returns the table.
-std::string table_of(const std::string& arg, const fs::path& from, int status = 0) {
+std::string table_of(const std::string& arg, const fs::path& from) {
   const fs::path back = fs::current_path();
   fs::current_path(from);
   const testing::Result r = run_exe(arg);
-  EXPECT_EQ(r.status, status) << arg << ": " << r.err;
+  EXPECT_EQ(r.status, 0) << arg << ": " << r.err;
   std::string table = exists("ft.dat") ? read_file("ft.dat") : "";
   fs::remove("ft.dat");
   fs::current_path(back);
@@ -97,21 +97,15 @@ TEST(WorkFiles, BadParameterLeavesTheBlockFilesBesideTheInput) {
   EXPECT_FALSE(exists("p/sub/.input.convert"));
 }
 
-// Four inputs that differ in temperature and output names, in one directory.
-void write_four_inputs() {
-  testing::write_molecule("");
-  for (int i = 1; i <= 4; ++i) {
-    const std::string n = std::to_string(i);
-    write_file("in" + n + ".inp", "&ic_tvcf\n dsfile = d.dat\n coulfile = c.dat\n ftfile = ft" + n +
-                                      ".dat\n logfile = log" + n + "\n n3all = .true.\n temp = " +
-                                      std::to_string(100 * (i + 1)) +
-                                      "\n dt = 10\n tmax = 400\n/\n");
-  }
-}
-
 TEST(WorkFiles, RunsStartedTogetherInOneDirectoryKeepTheirOwnNames) {
   ScratchDir dir;
-  write_four_inputs();
+  testing::write_molecule("");
+  for (int i = 1; i <= 4; ++i) {  // four inputs that differ in temperature and output names
+    const std::string n = std::to_string(i), temp = std::to_string(100 * (i + 1));
+    write_file("in" + n + ".inp", "&ic_tvcf\n dsfile = d.dat\n coulfile = c.dat\n ftfile = ft" + n +
+                                      ".dat\n logfile = log" + n + "\n n3all = .true.\n temp = " +
+                                      temp + "\n dt = 10\n tmax = 400\n/\n");
+  }
   std::string alone[5];
   for (int i = 1; i <= 4; ++i) {
     const std::string n = std::to_string(i);
