@@ -1,13 +1,16 @@
 #include "input/read_input.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 
+#include "input/diagnostics.h"
 #include "input/values.h"
 #include "util/errors.h"
 #include "util/fortran_format.h"
 #include "util/strings.h"
 #include "util/text_file.h"
+#include "util/warning.h"
 
 namespace ictvcf {
 
@@ -130,6 +133,11 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
   for (std::size_t k = 0; k < block.records.size(); ++k) {
     read_record(block, line, kParamLine);
     const bool has_assignment = get_vars(line, name, value, unit);
+    const std::string& file = source ? source->file : blockfile;
+    const long src_line =
+        source && k < source->lines.size() ? source->lines[k] : static_cast<long>(k + 1);
+    const std::string at = where(std::string(rtrim(file)), src_line);
+    if (has_assignment) check_parameter_line(at, name, value, unit);
 
     // Each line becomes a one-assignment name-list record in the work file.
     std::vector<std::string> work{" &input"};
@@ -153,9 +161,6 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
         assignment += value;
       work.push_back(assignment);
     } else {
-      const std::string& file = source ? source->file : blockfile;
-      const long src_line =
-          source && k < source->lines.size() ? source->lines[k] : static_cast<long>(k + 1);
       double x = char_to_real(value, file, src_line);
       get_au(x, unit);
       double y = x;
@@ -177,6 +182,7 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
     NmlResult r;
     if (has_assignment) r = read_namelist(nml, "input", group);
     if (!has_assignment || r.status != LdStatus::ok) {
+      explain_bad_line(at, has_assignment, line, name, value, unit);
       std::string out = "  Error for input parameter:\n\n";
       for (const std::string& l : work) out += std::string(rtrim(pad(l, kPrintLine))) + "\n";
       throw StopRun(out, 1);
@@ -190,22 +196,26 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
 void readinput(ParameterSet& p, Units& units, const std::string& infile,
                const std::string& convfile, const std::string& startmark,
                const std::string& endmark, const std::string& scratch_dir) {
+  const std::string in(rtrim(ltrim(infile)));
+  const std::size_t slash = in.rfind('/');
   std::string blockname;
-  if (scratch_dir.empty()) {
-    blockname = ".";
-    blockname += rtrim(ltrim(infile));
+  if (!scratch_dir.empty()) {
+    blockname = scratch_dir + "/." + in.substr(slash == std::string::npos ? 0 : slash + 1);
+  } else if (slash == std::string::npos) {
+    blockname = "." + in;
   } else {
-    std::string base = pad(ltrim(infile), 200);
-    full_to_short_name(base);
-    blockname = scratch_dir + "/.";
-    blockname += rtrim(base);
+    // An input named with a directory part keeps its block file beside it, the dot in front of
+    // its own name ("run/ic.inp" gives "run/.ic.inp", "./ic.inp" gives "./.ic.inp"), so that the
+    // run never writes, reads or deletes a file of that name anywhere else.
+    blockname = in.substr(0, slash + 1) + "." + in.substr(slash + 1);
   }
-  // The block-file name is a 200-character field; a scratch path is never cut.
-  blockname =
-      pad(blockname, scratch_dir.empty() ? 200 : std::max<std::size_t>(200, blockname.size()));
+  // A plain name is a 200-character field; a path is never cut (it would point elsewhere).
+  const bool plain = scratch_dir.empty() && slash == std::string::npos;
+  blockname = pad(blockname, plain ? 200 : std::max<std::size_t>(200, blockname.size()));
   BlockSource source =
       extract_input(units, infile, std::string(rtrim(blockname)), startmark, endmark);
-  read_input(p, units, blockname, convfile, &source, scratch_dir.empty());
+  // The block file is already a name of its own directory: no reduction to the last component.
+  read_input(p, units, blockname, convfile, &source, false);
   file_delete(units, blockname);
 }
 

@@ -32,8 +32,10 @@ void read_input(ParameterSet& p, Units& units, std::string& blockfile, const std
                 const BlockSource* source = nullptr, bool reduce_name = true);
 
 // The whole input step: block file "." + infile, extraction, reading, deletion of the block file.
-// With a scratch directory the block file and its work file are made there instead (for runs that
-// must leave nothing of their own in the working directory).
+// An input named with a directory part has its block file (and the work file) in that directory,
+// the dot in front of the file's own name. With a scratch directory the block file and its work
+// file are made there instead (for runs that must leave nothing of their own in the working
+// directory).
 void readinput(ParameterSet& p, Units& units, const std::string& infile,
                const std::string& convfile, const std::string& startmark,
                const std::string& endmark, const std::string& scratch_dir = "");

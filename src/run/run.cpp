@@ -8,17 +8,20 @@
 #include <iostream>
 
 #include "coupling/getrlk.h"
+#include "input/diagnostics.h"
 #include "input/read_input.h"
 #include "run/prepare_data.h"
 #include "run/progress.h"
 #include "run/table.h"
 #include "util/constants.h"
+#include "util/dir_lock.h"
 #include "util/errors.h"
 #include "util/fortran_format.h"
 #include "util/memory.h"
 #include "util/scaled_product.h"
 #include "util/strings.h"
 #include "util/text_file.h"
+#include "vibronic/checks.h"
 #include "vibronic/read_dush.h"
 
 namespace ictvcf {
@@ -29,13 +32,17 @@ void read_run_data(const std::string& infile, ParameterSet& p, DushinData& v, Un
                    std::ofstream& log, const std::string& scratch_dir) {
   init(p);
   if (scratch_dir.empty()) {
+    // Runs started together in one directory take turns with the shared work files.
+    const WorkFilesLock lock(infile);
     readinput(p, units, pad(infile, 200), ".input.convert", "&ic_tvcf", "/");
+    check_parameters(p, infile, true);
     // The log begins with the parameter echo.
     file_copy(units, ".input.convert", p.logfile);
     file_delete(units, ".input.convert");
   } else {
     const std::string conv = scratch_dir + "/.input.convert";
     readinput(p, units, pad(infile, 200), conv, "&ic_tvcf", "/", scratch_dir);
+    check_parameters(p, infile, false);
     file_delete(units, conv);
   }
   prepare_data(p);
@@ -46,11 +53,18 @@ void read_run_data(const std::string& infile, ParameterSet& p, DushinData& v, Un
     if (!log) throw IoError(logname, 0, "cannot open the log for appending");
   }
 
-  readdushinout(p, v, log);
-  log.flush();
-  TextFile coupling = open_text_file(std::string(rtrim(p.coulfile)));
-  getrlk(p, v, coupling, 0, log);
-  log.flush();
+  try {
+    readdushinout(p, v, log);
+    log.flush();
+    TextFile coupling = open_text_file(std::string(rtrim(p.coulfile)));
+    getrlk(p, v, coupling, 0, log);
+    log.flush();
+  } catch (const StopRun& e) {
+    if (e.status == 0) warn_stopped(p, scratch_dir.empty());
+    throw;
+  }
+  if (p.is_exit != 0) warn_stopped(p, scratch_dir.empty());
+  check_vibronic_data(p, v);
 }
 
 void thermal_factors(const ParameterSet& p, DushinData& v) {

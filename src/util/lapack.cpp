@@ -99,6 +99,7 @@ int getri(int n, cplx* a, const int* ipiv, std::vector<cplx>& work) {
 
 int getrf(int n, double* a, int* ipiv) {
   int info = 0;
+  if (n == 0) return 0;
   dgetrf_(&n, &n, a, &n, ipiv, &info);
   return checked(info, "dgetrf");
 }

@@ -13,6 +13,7 @@
 #include "util/read_checks.h"
 #include "util/scaled_product.h"
 #include "util/strings.h"
+#include "util/warning.h"
 #include "vibronic/indexx.h"
 
 namespace ictvcf {
@@ -47,6 +48,21 @@ void read_matrix(TextFile& f, int n3, bool n3all, int nmode, Matrix<double>& s,
     for (int i = 1; i <= nmode; ++i) s(i, j) = full(i + skip, j + skip);
 }
 
+// A frequency written as negative is imaginary: the geometry is a saddle point, not a minimum.
+void warn_imaginary(const std::string& file, long line, int mode, double w1, double w2,
+                    const char* use) {
+  if (!(w1 < 0.0) && !(w2 < 0.0)) return;
+  std::string values;
+  if (w1 < 0.0) values = printed("%.6g cm-1 in state 1", w1);
+  if (w2 < 0.0) values += (values.empty() ? "" : " and ") + printed("%.6g cm-1 in state 2", w2);
+  const bool near_zero = std::fabs(std::min(w1, w2)) < 50.0;
+  warn(where(file, line) + "mode " + std::to_string(mode) + " has an imaginary frequency, " +
+       values +
+       (near_zero ? " (near zero: a translation or rotation left among the modes?); "
+                  : " (a saddle point, not a minimum); ") +
+       use);
+}
+
 void read_layout1(const ParameterSet& p, DushinData& v, TextFile& f) {
   std::string line;
   if (!search_word(f, 3, 16, "BEGIN_OUTPUT_1", line, kLine)) throw missing("BEGIN_OUTPUT_1");
@@ -70,6 +86,8 @@ void read_layout1(const ParameterSet& p, DushinData& v, TextFile& f) {
     require(in.read(v.order(i, 1)), in, f, what + "the state-1 mode number");
     require(in.read(v.order(i, 2)), in, f, what + "the state-2 mode number");
     // An imaginary frequency written as negative counts as real.
+    warn_imaginary(f.name, in.line(), i, v.omegag(i), v.omegae(i),
+                   "its absolute value is used as a real one");
     v.omegag(i) = std::fabs(v.omegag(i));
     v.omegae(i) = std::fabs(v.omegae(i));
   }
@@ -111,6 +129,8 @@ void read_column_layout(const ParameterSet& p, DushinData& v, TextFile& f, TextF
     v.omegag(i) = f_field(u2, rec, 7, 7, 0, "the state-1 frequency");
     v.omegae(i) = f_field(u2, rec, 28, 7, 0, "the state-2 frequency");
     v.d1(i) = f_field(u2, rec, 52, 15, 6, "the dimensionless displacement");
+    warn_imaginary(u2.name, u2.line_of_last(), i, v.omegag(i), v.omegae(i),
+                   "it is used as it stands, and the displacement is then not a number");
     v.hr(i, 1) = sq(v.d1(i)) / 2.0;
     v.hr(i, 2) = v.hr(i, 1);
     // The second assignment overwrites the first; lam1 and lam2 are recomputed later.

@@ -1,0 +1,85 @@
+// Natural mistakes in the input and data files, one row each of tests/data/mistakes.tsv: the
+// molecule of support/small_molecule.h with lines added to its block and edits to its files. Each
+// row's standard output and status are the described ones; a warning naming the mistake appears
+// on standard error, and nothing of it reaches standard output or the log.
+#include <gtest/gtest.h>
+
+#include "support/io_tables.h"
+#include "support/small_molecule.h"
+#include "test_support.h"
+
+namespace ictvcf {
+namespace {
+
+using testing::read_file;
+
+std::string unescape(const std::string& s) {
+  if (s == "-") return "";
+  std::string r;
+  for (std::size_t k = 0; k < s.size(); ++k)
+    if (s.compare(k, 2, "\\n") == 0) {
+      r += '\n';
+      ++k;
+    } else {
+      r += s[k];
+    }
+  return r;
+}
+
+// "file:from=>to" edits joined by " && "; an empty `from` writes the file anew.
+void apply_edits(const std::string& edits) {
+  if (edits == "-") return;
+  std::string rest = edits;
+  for (;;) {
+    const std::size_t next = rest.find(" && ");
+    const std::string edit = rest.substr(0, next);
+    const std::size_t colon = edit.find(':'), arrow = edit.find("=>");
+    const std::string file = edit.substr(0, colon);
+    const std::string from = unescape(edit.substr(colon + 1, arrow - colon - 1));
+    const std::string to = unescape(edit.substr(arrow + 2));
+    std::string text = from.empty() ? "" : read_file(file);
+    if (from.empty()) text = to;
+    for (std::size_t k = 0; !from.empty() && (k = text.find(from, k)) != std::string::npos;
+         k += to.size())
+      text.replace(k, from.size(), to);
+    testing::write_file(file, text);
+    if (next == std::string::npos) return;
+    rest = rest.substr(next + 4);
+  }
+}
+
+TEST(Mistakes, EachIsNamedOnStandardErrorAndNowhereElse) {
+  for (const testing::TableRow& row : testing::load_table(ICTVCF_TEST_DATA "/mistakes.tsv")) {
+    SCOPED_TRACE("mistakes.tsv line " + std::to_string(row.line) + ": " + row["mistake"]);
+    testing::ScratchDir dir;
+    testing::write_molecule(" dt = 10\n tmax = 50\n" + unescape(row["block"]) + "\n");
+    apply_edits(row["edits"]);
+    const testing::Result r = testing::run_exe("ic.inp");
+    EXPECT_EQ(r.status, std::stoi(row["status"])) << r.err;
+    const std::string out = unescape(row["stdout"]);
+    EXPECT_EQ(r.out.substr(0, out.empty() ? std::string::npos : out.size()), out);
+    EXPECT_NE(r.err.find(row["stderr"]), std::string::npos) << r.err;
+    // Every message is one line of its own, and none reaches the log.
+    for (const std::string& line : testing::split(r.err.substr(0, r.err.size() - 1), '\n'))
+      EXPECT_EQ(line.rfind("ictvcf: ", 0), 0u) << line;
+    EXPECT_EQ(read_file("ic.log").find("warning"), std::string::npos);
+  }
+}
+
+// `ictvcf rate` reads the block and the data files the same way, with the same warnings.
+TEST(Mistakes, TheRateCommandWarnsToo) {
+  testing::ScratchDir dir;
+  testing::write_molecule(" dt = 10\n tmax = 50\n ead = 3.66\n");
+  testing::Result r = testing::run_exe("rate ic.inp");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.err.find("ictvcf: warning: ic.inp, line 9: ead = 3.66 has no unit"),
+            std::string::npos)
+      << r.err;
+  testing::write_molecule(" dt = 10\n tmax = 50\n mode = 3\n");
+  r = testing::run_exe("rate ic.inp");
+  EXPECT_EQ(r.out, "mode should be 0,1,...,3n-6 ! Stop!\n");
+  EXPECT_NE(r.err.find("nothing was computed or written"), std::string::npos) << r.err;
+}
+
+}  // namespace
+}  // namespace ictvcf
