@@ -163,6 +163,7 @@ std::vector<double> ead_first(const std::vector<double>& gaps, std::size_t middl
 struct Rates {
   std::vector<double> scan, errors;
   double at_ead = 0.0, error_at_ead = 0.0;
+  double log_at_ead = 0.0;  // ln of the rate at ead (the contour gives it beyond underflow)
   std::string method;
   std::vector<std::string> warnings;
 };
@@ -181,6 +182,7 @@ Rates contour_scan(EngineContext& ctx, const Damping& d, double tol,
   }
   const GapRate& e = r.rates[0];
   out.at_ead = e.rate;
+  out.log_at_ead = e.log_rate;
   out.error_at_ead = e.error;
   out.method = printed(
       "method: shifted time contour t = s + i tau0, tau0 = %.6g au (%.4g fs), step %.4g au over "
@@ -197,6 +199,7 @@ Rates real_axis_scan(std::span<const cplx> c, const ParameterSet& p, const Dampi
   Rates out;
   out.scan = rate_scan(c, p.dt, d, gaps);
   out.at_ead = rate_at(c, p.dt, d, p.ead);
+  out.log_at_ead = std::log(out.at_ead);
   out.method = printed("method: real time axis, the block's grid (dt = %.6g au, nt = %lld)", p.dt,
                        static_cast<long long>(p.nt));
   out.warnings = rate_warnings(c, p.dt, d, p.ead, out.at_ead);
@@ -225,15 +228,22 @@ void lorentzian_wings(EngineContext& ctx, const Damping& d, double ead, double t
   }
 }
 
+// "k_IC = 1.234567e+02 s-1", or the power of ten where the number underflows a double.
+std::string rate_line(double rate, double log_rate, const char* unit) {
+  if (rate == 0.0 && std::isfinite(log_rate))
+    return printed("k_IC = 10^%.6f %s (below the range of double precision)\n", log_rate / kLn10,
+                   unit);
+  return printed("k_IC = %.6e %s\n", rate, unit);
+}
+
 void print_summary(const ParameterSet& p, const Damping& d, const Rates& r,
                    const std::string& files) {
   std::cout << damping_line(d) << '\n'
             << printed("gap: ead = %.6g cm-1 = %.6g eV, temperature %.6g K", p.ead * au2cm,
                        p.ead * au2ev, p.temp)
             << '\n'
-            << printed("k_IC = %.6e s-1", r.at_ead * au_per_second) << '\n'
-            << printed("k_IC = %.6e au", r.at_ead) << '\n'
-            << r.method << '\n'
+            << rate_line(r.at_ead * au_per_second, r.log_at_ead + std::log(au_per_second), "s-1")
+            << rate_line(r.at_ead, r.log_at_ead, "au") << r.method << '\n'
             << "written: " << files << '\n'
             << std::flush;
 }
