@@ -1,52 +1,33 @@
-// Time of the energy-gap scan of `ictvcf rate` (the direct sum over the time grid, 201 gaps)
-// against one complex FFT of the same damped samples, zero-padded to a power of two. The FFT is
-// only the core of the alternative: its gaps are 2 pi m / (N dt) around the shift, so landing on
-// the scan's 0.01 eV steps would still need interpolation or a chirp transform on top.
+// The rate at the input's gap two ways, each timed (best of three) in the same run: on the
+// shifted time contour, at the default accuracy and at 1e-9, and on the real time axis on the
+// block's own grid (the exact correlation function at nt + 1 points and the damped sum).
+// Gaussian damping from the block's broadening (or the default).
 //
-// usage: ictvcf_bench_rate [nt ...]      (default: 10000 30000 100000)
+// usage: ictvcf_bench_rate INPUT        (run in the directory of the input and its data files)
+#include <stdlib.h>
+
 #include <chrono>
 #include <cmath>
-#include <complex>
 #include <cstdio>
-#include <cstdlib>
-#include <numbers>
-#include <vector>
+#include <filesystem>
+#include <fstream>
 
+#include "engine/engine.h"
+#include "rate/contour.h"
 #include "rate/integral.h"
+#include "run/run.h"
 #include "util/constants.h"
+#include "util/errors.h"
 
 namespace {
 
-using cplx = std::complex<double>;
+using namespace ictvcf;
 using clock_type = std::chrono::steady_clock;
 
-// In place, iterative radix 2; a.size() a power of two.
-void fft(std::vector<cplx>& a) {
-  const std::size_t n = a.size();
-  for (std::size_t i = 1, j = 0; i < n; ++i) {
-    std::size_t bit = n >> 1;
-    for (; j & bit; bit >>= 1) j ^= bit;
-    j ^= bit;
-    if (i < j) std::swap(a[i], a[j]);
-  }
-  for (std::size_t len = 2; len <= n; len <<= 1) {
-    const cplx w = std::polar(1.0, 2.0 * std::numbers::pi / static_cast<double>(len));
-    for (std::size_t i = 0; i < n; i += len) {
-      cplx z(1.0, 0.0);
-      for (std::size_t k = 0; k < len / 2; ++k, z *= w) {
-        const cplx u = a[i + k], v = a[i + k + len / 2] * z;
-        a[i + k] = u + v;
-        a[i + k + len / 2] = u - v;
-      }
-    }
-  }
-}
-
-// Best of `repeats` calls, in seconds.
 template <class F>
-double best_of(int repeats, F f) {
+double best_of_three(F f) {
   double best = 1e30;
-  for (int r = 0; r < repeats; ++r) {
+  for (int r = 0; r < 3; ++r) {
     const auto t0 = clock_type::now();
     f();
     best = std::min(best, std::chrono::duration<double>(clock_type::now() - t0).count());
@@ -54,37 +35,61 @@ double best_of(int repeats, F f) {
   return best;
 }
 
+int bench(const std::string& input) {
+  ParameterSet p;
+  DushinData v;
+  Units units;
+  std::ofstream no_log;
+  char scratch[] = "/tmp/ictvcf-bench-XXXXXX";
+  if (!mkdtemp(scratch)) return 2;
+  read_run_data(input, p, v, units, no_log, scratch);
+  std::filesystem::remove_all(scratch);
+  thermal_factors(p, v);
+  const EngineInputs in = engine_inputs(p, v);
+  const Damping d = damping_from(p);
+  if (d.shape != DampingShape::gaussian) {
+    std::fprintf(stderr, "the benchmark compares Gaussian damping only\n");
+    return 2;
+  }
+  EngineContext ctx(in);
+  std::printf("%d modes, %g K, gap %.6g eV, sigma %.4g cm-1, grid dt %g au, nt %lld\n", in.nmode,
+              in.temp, p.ead * au2ev, d.width * au2cm, p.dt, static_cast<long long>(p.nt));
+
+  ContourResult contour, tight;
+  const double t_contour = best_of_three([&] {
+    contour = contour_rates(ctx, {d.width, 1e-6}, std::span<const double>(&p.ead, 1));
+  });
+  const double t_tight = best_of_three([&] {
+    tight = contour_rates(ctx, {d.width, 1e-9}, std::span<const double>(&p.ead, 1));
+  });
+  double real = 0.0;
+  const double t_real = best_of_three([&] {
+    std::vector<std::string> warnings;
+    const auto c = exact_correlation(ctx, p.dt, p.nt, warnings);
+    real = rate_at(c, p.dt, d, p.ead);
+  });
+  const double exact = tight.rates[0].rate;
+  std::printf("%-26s %16s %12s %12s %10s\n", "method", "k_IC (au)", "rel. to 1e-9", "evaluations",
+              "seconds");
+  std::printf("%-26s %16.9e %12.2e %12lld %10.4f\n", "contour, tol 1e-6", contour.rates[0].rate,
+              contour.rates[0].rate / exact - 1.0, static_cast<long long>(contour.evaluations),
+              t_contour);
+  std::printf("%-26s %16.9e %12.2e %12lld %10.4f\n", "contour, tol 1e-9", exact, 0.0,
+              static_cast<long long>(tight.evaluations), t_tight);
+  std::printf("%-26s %16.9e %12.2e %12lld %10.4f\n", "real axis, block's grid", real,
+              real / exact - 1.0, static_cast<long long>(p.nt + 1), t_real);
+  std::printf("time of the contour (tol 1e-6) / real axis: %.3f\n", t_contour / t_real);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<long> sizes{10000, 30000, 100000};
-  if (argc > 1) {
-    sizes.clear();
-    for (int i = 1; i < argc; ++i) sizes.push_back(std::atol(argv[i]));
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: ictvcf_bench_rate INPUT\n");
+    return 2;
   }
-  const double dt = 5.0;
-  const ictvcf::Damping d{ictvcf::DampingShape::gaussian, 20.0 / ictvcf::au2cm, false};
-  std::printf("%10s %10s %16s %16s\n", "nt", "N (FFT)", "direct 201 (ms)", "one FFT (ms)");
-  for (long nt : sizes) {
-    std::vector<cplx> c(static_cast<std::size_t>(nt + 1));
-    for (long k = 0; k <= nt; ++k) {
-      const double t = dt * static_cast<double>(k);
-      c[k] = std::polar(1e-6 * std::exp(-1e-4 * t), -0.08 * t) +
-             std::polar(5e-7, -0.03 * t + 0.3 * std::sin(0.01 * t));
-    }
-    const std::vector<double> gaps = ictvcf::gap_grid(0.1, 1.0 / ictvcf::au2ev, 201);
-    volatile double sink = 0.0;
-    const double direct = best_of(5, [&] { sink = sink + ictvcf::rate_scan(c, dt, d, gaps)[100]; });
-    std::size_t n = 1;
-    while (n < c.size()) n <<= 1;
-    const double through_fft = best_of(5, [&] {
-      std::vector<cplx> a(n);
-      for (std::size_t k = 0; k < c.size(); ++k)
-        a[k] = c[k] * ictvcf::damping_at(d, dt * static_cast<double>(k));
-      fft(a);
-      sink = sink + a[1].real();
-    });
-    std::printf("%10ld %10zu %16.3f %16.3f\n", nt, n, 1e3 * direct, 1e3 * through_fft);
-  }
-  return 0;
+  int status = 0;
+  const int error = ictvcf::guarded([&] { status = bench(argv[1]); });
+  return error != 0 ? error : status;
 }

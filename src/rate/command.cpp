@@ -75,35 +75,6 @@ std::string damping_line(const Damping& d) {
   return s;
 }
 
-// C(k dt) for k = 0 .. nt on the real axis (step 0 taken at dt * 1e-5), the branch of the
-// square root followed from point to point with midpoints where the argument turns fast.
-std::vector<cplx> exact_correlation(EngineContext& ctx, double dt, std::int64_t nt,
-                                    std::vector<std::string>& warnings) {
-  const std::size_t points = static_cast<std::size_t>(nt + 1);
-  std::vector<cplx> times(points);
-  for (std::size_t k = 0; k < points; ++k)
-    times[k] = k == 0 ? dt * 1e-05 : dt * static_cast<double>(k);
-  std::vector<PointValue> values(points);
-  evaluate(ctx, times, values, PointRequest{}, terminal_progress());
-  BranchFollower follower{ctx};
-  std::vector<cplx> c(points);
-  double theta = std::arg(values[0].det);
-  for (std::size_t k = 0; k < points; ++k) {
-    const PointValue& v = values[k];
-    if (k > 0) theta += follow_argument(follower, times[k - 1], values[k - 1].det, times[k], v.det);
-    c[k] = correlation_value(v, theta);
-  }
-  // At t = 0 itself the value is known exactly (the first point above is at dt * 1e-5, where
-  // the propagators nearly cancel); the rate's sum weights this sample most.
-  c[0] = correlation_at_zero(ctx);
-  if (follower.failures > 0)
-    warnings.push_back(printed(
-        "the branch of the square root could not be followed at %lld steps of the time grid: "
-        "the exact correlation function may change sign there; lower dt",
-        static_cast<long long>(follower.failures)));
-  return c;
-}
-
 // Our own files write numbers with the letter e, so that any program reads them.
 std::string exact_text(std::span<const cplx> c, double dt) {
   std::string s = printed("#%15s %24s %24s\n", "t(fs)", "Re C(t) (au)", "Im C(t) (au)");
@@ -258,7 +229,7 @@ void rate_command(const RateOptions& o) {
   EngineContext ctx(in);
 
   std::vector<std::string> warnings;
-  const std::vector<cplx> c = exact_correlation(ctx, p.dt, p.nt, warnings);
+  const std::vector<cplx> c = exact_correlation(ctx, p.dt, p.nt, warnings, terminal_progress());
   write_text(base + ".exact", exact_text(c, p.dt), "exact correlation function");
 
   // The scan: ead -/+ 1 eV, the gaps above zero (internal conversion releases energy).

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <numbers>
 
+#include "engine/branch.h"
 #include "util/constants.h"
 #include "util/errors.h"
 #include "util/strings.h"
@@ -81,6 +82,33 @@ std::vector<double> rate_scan(std::span<const cplx> c, double dt, const Damping&
 
 double rate_at(std::span<const cplx> c, double dt, const Damping& d, double gap) {
   return rate_scan(c, dt, d, std::span<const double>(&gap, 1))[0];
+}
+
+std::vector<cplx> exact_correlation(EngineContext& ctx, double dt, std::int64_t nt,
+                                    std::vector<std::string>& warnings, const Progress& progress) {
+  const std::size_t points = static_cast<std::size_t>(nt + 1);
+  std::vector<cplx> times(points);
+  for (std::size_t k = 0; k < points; ++k)
+    times[k] = k == 0 ? dt * 1e-05 : dt * static_cast<double>(k);
+  std::vector<PointValue> values(points);
+  evaluate(ctx, times, values, PointRequest{}, progress);
+  BranchFollower follower{ctx};
+  std::vector<cplx> c(points);
+  double theta = std::arg(values[0].det);
+  for (std::size_t k = 0; k < points; ++k) {
+    const PointValue& v = values[k];
+    if (k > 0) theta += follow_argument(follower, times[k - 1], values[k - 1].det, times[k], v.det);
+    c[k] = correlation_value(v, theta);
+  }
+  // At t = 0 itself the value is known exactly (the first point above is at dt * 1e-5, where
+  // the propagators nearly cancel); the rate's sum weights this sample most.
+  c[0] = correlation_at_zero(ctx);
+  if (follower.failures > 0)
+    warnings.push_back(printed(
+        "the branch of the square root could not be followed at %lld steps of the time grid: "
+        "the exact correlation function may change sign there; lower dt",
+        static_cast<long long>(follower.failures)));
+  return c;
 }
 
 std::vector<double> gap_grid(double centre, double half_width, int points) {

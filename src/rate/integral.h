@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/engine.h"
 #include "input/inputfile.h"
 
 namespace ictvcf {
@@ -41,6 +42,13 @@ double damping_at(const Damping& d, double t);
 
 // Full width at half maximum of the line, hartree.
 double line_fwhm(const Damping& d);
+
+// C(k dt) for k = 0 .. nt on the real axis, the square root's branch followed from point to
+// point with midpoints where its argument turns fast (a warning where that fails); C(0) is the
+// exact value, where the formulas' own first point (at dt * 1e-5) would cost digits.
+std::vector<std::complex<double>> exact_correlation(EngineContext& ctx, double dt, std::int64_t nt,
+                                                    std::vector<std::string>& warnings,
+                                                    const Progress& progress = {});
 
 // k_IC in atomic units (per atomic unit of time) at each gap, from c[k] = C(k dt), k = 0 .. nt.
 std::vector<double> rate_scan(std::span<const std::complex<double>> c, double dt, const Damping& d,
