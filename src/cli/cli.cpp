@@ -15,7 +15,7 @@ namespace {
 
 const char* const kUsage =
     "usage: ictvcf INPUT\n"
-    "       ictvcf rate INPUT\n"
+    "       ictvcf rate [--tol REL] [--real-axis] [--modes] [--temps LIST] INPUT\n"
     "       ictvcf prepare FINAL INITIAL [--nac FILE] [--nac-geometry final|initial]\n"
     "                      [--ead VALUE eV|cm-1|au] [--out DIR]\n"
     "       ictvcf --help | --version\n"
@@ -23,7 +23,9 @@ const char* const kUsage =
     "Computes the thermal vibration correlation function of the internal-conversion rate\n"
     "between two electronic states from the &ic_tvcf block of INPUT, and writes the log and\n"
     "the correlation-function table named there. 'ictvcf rate INPUT' also integrates it into\n"
-    "the rate constant k_IC. 'ictvcf prepare' writes the data files and the input from two\n"
+    "the rate constant k_IC (on a shifted time contour, to the relative accuracy --tol, 1e-6\n"
+    "by default; --modes splits it over the modes, --temps gives it at several temperatures).\n"
+    "'ictvcf prepare' writes the data files and the input from two\n"
     "frequency calculations (see 'ictvcf prepare --help').\n"
     "\n"
     "The block, one 'name = value [unit]' per line (units: fs, ps, au, a.u., eV, cm-1, K,\n"
