@@ -62,6 +62,10 @@ int bench(const std::string& input) {
   const double t_tight = best_of_three([&] {
     tight = contour_rates(ctx, {d.width, 1e-9}, std::span<const double>(&p.ead, 1));
   });
+  ContourResult with_pairs;
+  const double t_pairs = best_of_three([&] {
+    with_pairs = contour_rates(ctx, {d.width, 1e-6}, std::span<const double>(&p.ead, 1), true);
+  });
   double real = 0.0;
   const double t_real = best_of_three([&] {
     std::vector<std::string> warnings;
@@ -78,7 +82,11 @@ int bench(const std::string& input) {
               static_cast<long long>(tight.evaluations), t_tight);
   std::printf("%-26s %16.9e %12.2e %12lld %10.4f\n", "real axis, block's grid", real,
               real / exact - 1.0, static_cast<long long>(p.nt + 1), t_real);
+  std::printf("%-26s %16.9e %12.2e %12lld %10.4f\n", "contour + mode pairs",
+              with_pairs.rates[0].rate, with_pairs.rates[0].rate / exact - 1.0,
+              static_cast<long long>(with_pairs.evaluations), t_pairs);
   std::printf("time of the contour (tol 1e-6) / real axis: %.3f\n", t_contour / t_real);
+  std::printf("time with the mode pairs (--modes) / without: %.3f\n", t_pairs / t_contour);
   return 0;
 }
 

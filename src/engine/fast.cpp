@@ -128,7 +128,7 @@ struct Workspace {
         sr(n),
         ipiv1(n),
         ipiv2(n) {
-    lwork = std::max(lapack::sytrf_lwork(n), 2 * n);
+    lwork = std::max({lapack::sytrf_lwork(n), lapack::sytri2_lwork(n), 2 * n});
     work.resize(static_cast<std::size_t>(lwork));
   }
 
@@ -261,7 +261,7 @@ void solve(Workspace& ws, const cplx* A, const int* ipiv, cplx* b, int nrhs) {
 // The inverse (lower triangle) from a factorisation (general path).
 void invert(Workspace& ws, const cplx* A, const int* ipiv, std::vector<cplx>& inv) {
   inv.assign(A, A + ws.nn);
-  lapack::sytri(ws.n, inv.data(), ipiv, ws.work.data());
+  lapack::sytri2(ws.n, inv.data(), ipiv, ws.work.data(), ws.lwork);
 }
 
 struct Setup {

@@ -19,6 +19,7 @@
 
 #include "engine/branch.h"
 #include "engine/engine.h"
+#include "rate/analysis.h"
 #include "rate/contour.h"
 #include "rate/integral.h"
 #include "rate/plot.h"
@@ -219,11 +220,73 @@ void print_summary(const ParameterSet& p, const Damping& d, const Rates& r,
             << std::flush;
 }
 
+// --modes: the pair integrals on the contour of the rate at ead, split over the modes.
+void mode_analysis(EngineContext& ctx, const Damping& d, double ead, double tol,
+                   const std::string& base, std::vector<std::string>& warnings) {
+  const ContourResult r =
+      contour_rates(ctx, ContourSettings{d.width, tol}, std::span<const double>(&ead, 1), true);
+  warnings.insert(warnings.end(), r.warnings.begin(), r.warnings.end());
+  const Decomposition m = decompose(ctx.in, r.pairs);
+  const GapRate& g = r.rates[0];
+  write_text(base + ".modes", modes_text(m, g.rate, g.error), "mode decomposition");
+  write_text(base + ".pairs", pairs_text(m, 50), "pair decomposition");
+  write_text(base + ".modes.svg", modes_svg(m, 15), "mode plot");
+  std::cout << printed(
+                   "modes: k_IC = %.6e s-1 split over %zu modes (%lld engine evaluations); "
+                   "the leading shares:",
+                   m.total * au_per_second, m.modes.size(), static_cast<long long>(r.evaluations))
+            << '\n';
+  for (std::size_t i = 0; i < std::min<std::size_t>(5, m.modes.size()); ++i)
+    std::cout << printed("  mode %4d  %9.2f cm-1  share %.6e s-1 (%5.1f %%), alone %.6e s-1",
+                         m.modes[i].mode, m.modes[i].frequency * au2cm,
+                         m.modes[i].share * au_per_second, 100.0 * m.modes[i].share / m.total,
+                         m.modes[i].diagonal * au_per_second)
+              << '\n';
+  std::cout << "written: " << base << ".modes, " << base << ".pairs, " << base << ".modes.svg\n"
+            << std::flush;
+}
+
+// --temps: the rate at ead at each temperature, on the contour or the real axis as the rate.
+void temperature_study(const EngineInputs& in, const ParameterSet& p, const Damping& d,
+                       const RateOptions& o, const std::string& base,
+                       std::vector<std::string>& warnings) {
+  std::vector<double> rates, errors;
+  const bool contour = d.shape == DampingShape::gaussian && !o.real_axis;
+  std::cout << "temperatures: T (K), k_IC (s-1), estimated relative error\n";
+  for (double temp : o.temps) {
+    EngineInputs at = in;
+    at.temp = temp;
+    EngineContext ctx(at);
+    double rate = 0.0, error = std::numeric_limits<double>::quiet_NaN();
+    if (contour) {
+      const ContourResult r =
+          contour_rates(ctx, ContourSettings{d.width, o.tol}, std::span<const double>(&p.ead, 1));
+      for (const std::string& w : r.warnings) warnings.push_back(printed("at %g K: ", temp) + w);
+      rate = r.rates[0].rate;
+      error = r.rates[0].error;
+    } else {
+      const std::vector<cplx> c = exact_correlation(ctx, p.dt, p.nt, warnings);
+      rate = rate_at(c, p.dt, d, p.ead);
+    }
+    rates.push_back(rate);
+    errors.push_back(error);
+    std::cout << printed("  %10.3f  %.6e  %.2g", temp, rate * au_per_second, error) << '\n';
+  }
+  write_text(base + ".temps", temps_text(o.temps, rates, errors), "temperature study");
+  write_text(base + ".temps.svg", temps_svg(o.temps, rates), "temperature plot");
+  std::cout << "written: " << base << ".temps, " << base << ".temps.svg\n" << std::flush;
+}
+
 void rate_command(const RateOptions& o) {
   ParameterSet p;
   DushinData v;
   if (!read_inputs(o.input, p, v)) return;
   const Damping d = damping_from(p);
+  if (o.modes && (d.shape != DampingShape::gaussian || o.real_axis))
+    throw FatalError(
+        "ictvcf rate: --modes integrates on the shifted contour: it needs a Gaussian line and "
+        "no --real-axis",
+        2);
   const std::string base(rtrim(p.ftfile));
   const EngineInputs in = engine_inputs(p, v);
   EngineContext ctx(in);
@@ -252,6 +315,8 @@ void rate_command(const RateOptions& o) {
   print_summary(p, d, r,
                 base + ".exact, " + base + ".rate, " + base + ".rate.svg, " + base + ".corr.svg");
   warnings.insert(warnings.end(), r.warnings.begin(), r.warnings.end());
+  if (o.modes) mode_analysis(ctx, d, p.ead, o.tol, base, warnings);
+  if (!o.temps.empty()) temperature_study(in, p, d, o, base, warnings);
   for (const std::string& w : warnings) std::cerr << "ictvcf rate: warning: " << w << '\n';
 }
 

@@ -289,7 +289,7 @@ void Band::accumulate_pairs(std::size_t first, std::size_t count,
     const Sample& x = samples_[at[first + k]];
     std::vector<double>& acc = pair_levels_[static_cast<std::size_t>(x.level)];
     const double w = x.s == 0.0 ? 1.0 : 2.0;
-    const cplx c = w * std::exp(cplx(0.0, pair_gap_ * x.s) + x.lng - zero.lng) / zero.v.pairs;
+    const cplx c = w * std::exp(cplx(0.0, pair_gap_ * x.s) + x.lng - zero.lng);
     const cplx* p = terms.data() + k * n * n;
     for (std::size_t col = 0; col < n; ++col)
       for (std::size_t row = col; row < n; ++row)

@@ -321,4 +321,111 @@ std::string correlation_svg(std::span<const cplx> c, double dt, const Damping& d
   return s;
 }
 
+std::string modes_svg(const Decomposition& d, std::size_t most) {
+  const std::size_t n = std::min(most, d.modes.size());
+  double lo = 0.0, hi = 0.0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const double diag = d.modes[i].diagonal * au_per_second,
+                 cross = (d.modes[i].share - d.modes[i].diagonal) * au_per_second;
+    lo = std::min({lo, diag, cross});
+    hi = std::max({hi, diag, cross});
+  }
+  padded(lo, hi, 0.05);
+  const Frame f{0.0, static_cast<double>(std::max<std::size_t>(n, 1)), lo, hi};
+  const std::string diag_style = "fill=\"#1f5fa8\"", cross_style = "fill=\"#e08a1e\"";
+  std::string s = header();
+  // The x axis has no numbers of its own: the bars are labelled one by one.
+  const std::vector<double> yt = nice_ticks(lo, hi, 10);
+  const TickLabels yl = tick_labels(yt);
+  s += "<g stroke=\"#dddddd\" stroke-width=\"1\">\n";
+  for (double y : yt)
+    s += printed("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", kLeft, f.py(y),
+                 kRight, f.py(y));
+  s += "</g>\n";
+  const double bar = 0.36 * (kRight - kLeft) / f.xhi;
+  for (std::size_t i = 0; i < n; ++i) {
+    const double x = f.px(static_cast<double>(i) + 0.5);
+    const double diag = d.modes[i].diagonal * au_per_second,
+                 cross = (d.modes[i].share - d.modes[i].diagonal) * au_per_second;
+    for (int part = 0; part < 2; ++part) {
+      const double v = part == 0 ? diag : cross;
+      const double y0 = f.py(0.0), y1 = f.py(v);
+      s += printed("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" %s/>\n",
+                   part == 0 ? x - bar : x, std::min(y0, y1), bar, std::fabs(y1 - y0),
+                   (part == 0 ? diag_style : cross_style).c_str());
+    }
+    s += text(x, kBottom + 16, std::to_string(d.modes[i].mode), "middle", " font-size=\"12\"");
+    s += text(x, kBottom + 30, printed("%.0f", d.modes[i].frequency * au2cm), "middle",
+              " font-size=\"10\" fill=\"#555555\"");
+  }
+  s += printed("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"black\"/>\n", kLeft,
+               f.py(0.0), kRight, f.py(0.0));
+  s += printed(
+      "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"none\" "
+      "stroke=\"black\"/>\n",
+      kLeft, kTop, kRight - kLeft, kBottom - kTop);
+  s += "<g font-size=\"13\">\n";
+  for (std::size_t i = 0; i < yt.size(); ++i)
+    s += text(kLeft - 9, f.py(yt[i]) + 4.5, yl.text[i], "end");
+  s += "</g>\n<g font-size=\"15\">\n";
+  s += text(0.5 * (kLeft + kRight), kHeight - 8, "mode (frequency in cm⁻¹), by share of k_IC");
+  const double ymid = 0.5 * (kTop + kBottom);
+  s += text(22, ymid, axis_title("part of k_IC", "s⁻¹", yl.power), "middle",
+            printed(" transform=\"rotate(-90 22 %.1f)\"", ymid).c_str());
+  s += text(0.5 * (kLeft + kRight), 28,
+            printed("The modes that drive internal conversion: k_IC = %s s⁻¹",
+                    d.total > 0 ? scientific(d.total * au_per_second).c_str() : "0"),
+            "middle", " font-size=\"16\"");
+  s += "</g>\n<g font-size=\"13\">\n";
+  const double ly = kTop - 14;
+  s += printed("<rect x=\"%.1f\" y=\"%.1f\" width=\"14\" height=\"10\" %s/>\n", kLeft + 4, ly - 9,
+               diag_style.c_str());
+  s += text(kLeft + 24, ly, "own pair (the rate with the mode alone)", "start");
+  s += printed("<rect x=\"%.1f\" y=\"%.1f\" width=\"14\" height=\"10\" %s/>\n", kLeft + 330, ly - 9,
+               cross_style.c_str());
+  s += text(kLeft + 350, ly, "half of its cross pairs", "start");
+  s += "</g>\n</svg>\n";
+  return s;
+}
+
+std::string temps_svg(std::span<const double> temps, std::span<const double> rates) {
+  std::vector<double> x, y;
+  bool zero = false;
+  double ylo = std::numeric_limits<double>::infinity(), yhi = -ylo;
+  for (std::size_t i = 0; i < temps.size(); ++i) {
+    if (!(temps[i] > 0.0)) {
+      zero = true;
+      continue;
+    }
+    x.push_back(1000.0 / temps[i]);
+    y.push_back(rates[i] > 0.0 ? std::log10(rates[i] * au_per_second) : kNaN);
+    if (std::isfinite(y.back())) ylo = std::min(ylo, y.back()), yhi = std::max(yhi, y.back());
+  }
+  if (!(yhi >= ylo)) ylo = yhi = 0.0;
+  padded(ylo, yhi, 0.05);
+  double xlo = x.empty() ? 0.0 : *std::min_element(x.begin(), x.end());
+  double xhi = x.empty() ? 1.0 : *std::max_element(x.begin(), x.end());
+  padded(xlo, xhi, 0.05);
+  const Frame f{xlo, xhi, ylo, yhi};
+  std::vector<std::size_t> order(x.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [&](auto a, auto b) { return x[a] < x[b]; });
+  std::vector<double> xs, ys;
+  for (std::size_t i : order) xs.push_back(x[i]), ys.push_back(y[i]);
+  std::string s = header();
+  s += axes(f, {"Temperature dependence of k_IC", "1000/T", "K⁻¹", "log₁₀ k_IC", "s⁻¹"});
+  s += clip_start();
+  s += path(f, xs, ys, "stroke=\"#1f5fa8\" stroke-width=\"2\"");
+  s += "<g fill=\"#1f5fa8\">\n";
+  for (std::size_t i = 0; i < xs.size(); ++i)
+    if (std::isfinite(ys[i]))
+      s += printed("<circle cx=\"%.2f\" cy=\"%.2f\" r=\"3.5\"/>\n", f.px(xs[i]), f.py(ys[i]));
+  s += "</g>\n</g>\n";
+  if (zero)
+    s += text(kRight, kHeight - 18, "T = 0 K is in the file, not on this axis", "end",
+              " fill=\"#555555\" font-size=\"12\"");
+  s += "</svg>\n";
+  return s;
+}
+
 }  // namespace ictvcf

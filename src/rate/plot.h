@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "rate/analysis.h"
 #include "rate/integral.h"
 
 namespace ictvcf {
@@ -20,6 +21,13 @@ std::string gap_law_svg(std::span<const double> gaps, std::span<const double> ra
 // Re C(t) and Im C(t) (au) against t (fs) for t = k dt, k = 0 .. nt, and the damping envelope
 // +-|C(0)| D(t).
 std::string correlation_svg(std::span<const std::complex<double>> c, double dt, const Damping& d);
+
+// The leading modes' shares of the rate as bars (s-1): each mode's own pair and the sum of its
+// cross parts side by side, the mode number and frequency under them.
+std::string modes_svg(const Decomposition& d, std::size_t most);
+
+// log10 k_IC (s-1) against 1000/T (an Arrhenius plot); T = 0 has no place on it and is noted.
+std::string temps_svg(std::span<const double> temps, std::span<const double> rates);
 
 // At most `most` round tick values (steps 1, 2 or 5 times a power of ten) covering [lo, hi].
 std::vector<double> nice_ticks(double lo, double hi, int most);

@@ -9,8 +9,8 @@ void zsytrf_(const char* uplo, const int* n, std::complex<double>* a, const int*
              std::complex<double>* work, const int* lwork, int* info);
 void zsytrs_(const char* uplo, const int* n, const int* nrhs, const std::complex<double>* a,
              const int* lda, const int* ipiv, std::complex<double>* b, const int* ldb, int* info);
-void zsytri_(const char* uplo, const int* n, std::complex<double>* a, const int* lda,
-             const int* ipiv, std::complex<double>* work, int* info);
+void zsytri2_(const char* uplo, const int* n, std::complex<double>* a, const int* lda,
+              const int* ipiv, std::complex<double>* work, const int* lwork, int* info);
 void zgetrf_(const int* m, const int* n, std::complex<double>* a, const int* lda, int* ipiv,
              int* info);
 void zgetri_(const int* n, std::complex<double>* a, const int* lda, const int* ipiv,
@@ -72,10 +72,18 @@ void sytrs(int n, int nrhs, const cplx* a, const int* ipiv, cplx* b) {
   checked(info, "zsytrs");
 }
 
-int sytri(int n, cplx* a, const int* ipiv, cplx* work) {
+int sytri2_lwork(int n) {
+  int info = 0, query = -1, ipiv = 0;
+  cplx size, a;
+  zsytri2_("L", &n, &a, &n, &ipiv, &size, &query, &info);
+  checked(info, "zsytri2");
+  return work_size(size.real());
+}
+
+int sytri2(int n, cplx* a, const int* ipiv, cplx* work, int lwork) {
   int info = 0;
-  zsytri_("L", &n, a, &n, ipiv, work, &info);
-  return checked(info, "zsytri");
+  zsytri2_("L", &n, a, &n, ipiv, work, &lwork, &info);
+  return checked(info, "zsytri2");
 }
 
 int getrf(int n, cplx* a, int* ipiv) {

@@ -19,8 +19,10 @@ int sytrf_lwork(int n);
 int sytrf(int n, cplx* a, int* ipiv, cplx* work, int lwork);
 // b (n x nrhs) := A^-1 b with the factorisation above.
 void sytrs(int n, int nrhs, const cplx* a, const int* ipiv, cplx* b);
-// a := A^-1 (lower triangle) from the factorisation; work holds 2n numbers.
-int sytri(int n, cplx* a, const int* ipiv, cplx* work);
+// a := A^-1 (lower triangle) from the factorisation (blocked), with the workspace sytri2_lwork
+// asks for.
+int sytri2_lwork(int n);
+int sytri2(int n, cplx* a, const int* ipiv, cplx* work, int lwork);
 
 // General LU factorisation with partial pivoting, and the inverse from it (`work` is grown to
 // the size LAPACK asks for on the first call and reused).

@@ -85,6 +85,7 @@ TEST(RateCommand, ClosedCaseRateAndFilesOnAPoorGrid) {
   EXPECT_EQ(listing(),
             (std::set<std::string>{"dushin.dat", "ic.inp", "nacme.dat", "ft.dat.exact",
                                    "ft.dat.rate", "ft.dat.rate.svg", "ft.dat.corr.svg"}));
+  // (the listing is taken before the runs below add their own files)
   const std::string exact = read_file("ft.dat.exact");
   EXPECT_EQ(lines(exact), 1 + 2 * 10 + 1);
   EXPECT_EQ(exact.rfind("#", 0), 0u);
@@ -97,6 +98,15 @@ TEST(RateCommand, ClosedCaseRateAndFilesOnAPoorGrid) {
     EXPECT_EQ(s.rfind("<svg ", 0), 0u) << svg;
     EXPECT_EQ(s.substr(s.size() - 7), "</svg>\n") << svg;
   }
+  // The modes and temperatures, with their files.
+  const Result study = rate("--modes --temps 0,10,300 ic.inp");
+  EXPECT_EQ(study.status, 0) << study.err;
+  EXPECT_NE(study.out.find("modes: k_IC = 6.292337e+13 s-1 split over 2 modes"), std::string::npos)
+      << study.out;
+  EXPECT_EQ(lines(read_file("ft.dat.temps")), 1 + 3);
+  EXPECT_EQ(lines(read_file("ft.dat.modes")), 4 + 2);
+  for (const char* f : {"ft.dat.pairs", "ft.dat.modes.svg", "ft.dat.temps.svg"})
+    EXPECT_TRUE(testing::exists(f)) << f;
   // The same rate to a tighter tolerance; the real axis on this grid warns about it.
   EXPECT_NE(rate("--tol 1e-10 ic.inp").out.find("\nk_IC = 1.522044e-03 au\n"), std::string::npos);
   const Result real = rate("--real-axis ic.inp");
