@@ -551,7 +551,8 @@ template <class TimeOf, class Store>
 void for_points(EngineContext& ctx, std::int64_t count, TimeOf time_of, Store store,
                 const PointRequest& request, const Progress& progress) {
   if (ctx.in.nmode <= 0 || count <= 0) return;
-  const int nthreads = static_cast<int>(std::min<std::int64_t>(ctx.threads, count));
+  [[maybe_unused]] const int nthreads =
+      static_cast<int>(std::min<std::int64_t>(ctx.threads, count));
   const std::size_t nn = static_cast<std::size_t>(ctx.in.nmode) * ctx.in.nmode;
   // BLAS single-threaded inside each point: its arithmetic does not depend on the thread count.
   const lapack::SingleThreadedBlas single;
