@@ -185,6 +185,13 @@ class Band {
   void accumulate_pairs(std::size_t first, std::size_t count, const std::vector<std::size_t>& at,
                         const std::vector<cplx>& terms);
   void repass_pairs();
+  // Points evaluated together when their pair terms (nmode^2 numbers each) are kept: eight per
+  // thread, within 64 MiB.
+  std::size_t pair_chunk() const {
+    const std::size_t per_point = 16 * static_cast<std::size_t>(ctx_.in.nmode) * ctx_.in.nmode;
+    const std::size_t threads = static_cast<std::size_t>(std::max(ctx_.threads, 1));
+    return std::max(threads, std::min(8 * threads, (std::size_t{64} << 20) / per_point));
+  }
 
   double width_;  // the largest spacing of neighbouring lines: the highest frequency
   EngineContext& ctx_;
@@ -238,8 +245,7 @@ void Band::add_points(const std::vector<double>& s_new, int level) {
   samples_ = std::move(merged);
 
   const std::size_t n = static_cast<std::size_t>(ctx_.in.nmode);
-  const std::size_t chunk =
-      pairs_ ? static_cast<std::size_t>(std::max(ctx_.threads, 1)) : s_new.size();
+  const std::size_t chunk = pairs_ ? pair_chunk() : s_new.size();
   std::vector<cplx> times, terms;
   std::vector<PointValue> values;
   for (std::size_t first = 0; first < s_new.size(); first += chunk) {
@@ -301,7 +307,7 @@ void Band::accumulate_pairs(std::size_t first, std::size_t count,
 void Band::repass_pairs() {
   for (auto& acc : pair_levels_) std::fill(acc.begin(), acc.end(), 0.0);
   const std::size_t n = static_cast<std::size_t>(ctx_.in.nmode);
-  const std::size_t chunk = static_cast<std::size_t>(std::max(ctx_.threads, 1));
+  const std::size_t chunk = pair_chunk();
   std::vector<cplx> times, terms;
   std::vector<PointValue> values;
   std::vector<std::size_t> at(samples_.size());
