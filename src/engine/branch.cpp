@@ -12,23 +12,54 @@ double relative_argument(std::complex<double> a, std::complex<double> b) {
   return std::arg(b * std::conj(a));
 }
 
+// The change of argument from a to b. The drift (each mode adds (we - wg) Re t on average, the
+// difference of the zero-point phases of the two propagators) is taken out; what is left is
+// predicted from the rate of change met on the previous step, the branch nearest to the
+// prediction is taken, and the step is halved (the term evaluated at its midpoint) while the
+// prediction or the change itself is larger than max_step, or the two disagree. Before any rate
+// is known, it is measured over 1/1024 of the first step.
 double follow(BranchFollower& f, std::complex<double> a, std::complex<double> det_a,
               std::complex<double> b, std::complex<double> det_b, int depth) {
-  const double step = relative_argument(det_a, det_b);
-  if (std::fabs(step) <= f.max_step) return step;
-  if (depth >= f.max_depth || !std::isfinite(step)) {
-    ++f.failures;
-    return step;
+  const double length = std::abs(b - a);
+  if (std::isnan(f.rate) && length > 0.0) {
+    const std::complex<double> near = a + (b - a) / 1024.0;
+    PointValue v;
+    evaluate(f.ctx, std::span<const std::complex<double>>(&near, 1), std::span<PointValue>(&v, 1),
+             PointRequest{.determinant_only = true});
+    ++f.evaluations;
+    const double turn =
+        relative_argument(det_a * std::polar(1.0, f.drift * (near.real() - a.real())), v.det);
+    f.rate = std::isfinite(turn) ? turn / std::abs(near - a) : 0.0;
   }
-  const std::complex<double> mid = 0.5 * (a + b);
-  PointValue v;
-  evaluate(f.ctx, std::span<const std::complex<double>>(&mid, 1), std::span<PointValue>(&v, 1),
-           PointRequest{.determinant_only = true});
-  ++f.evaluations;
-  return follow(f, a, det_a, mid, v.det, depth + 1) + follow(f, mid, v.det, b, det_b, depth + 1);
+  const double drift = f.drift * (b.real() - a.real());
+  const double wrapped = relative_argument(det_a * std::polar(1.0, drift), det_b);
+  bool split = !std::isfinite(wrapped);
+  double step = wrapped;
+  if (!split) {
+    const double predicted = f.rate * length;
+    step = wrapped +
+           2.0 * std::numbers::pi * std::round((predicted - wrapped) / (2.0 * std::numbers::pi));
+    split = std::fabs(predicted) > f.max_step || std::fabs(step) > f.max_step ||
+            std::fabs(step - predicted) > f.max_step;
+  }
+  if (split && depth < f.max_depth && length > 0.0) {
+    const std::complex<double> mid = 0.5 * (a + b);
+    PointValue v;
+    evaluate(f.ctx, std::span<const std::complex<double>>(&mid, 1), std::span<PointValue>(&v, 1),
+             PointRequest{.determinant_only = true});
+    ++f.evaluations;
+    return follow(f, a, det_a, mid, v.det, depth + 1) + follow(f, mid, v.det, b, det_b, depth + 1);
+  }
+  if (split) ++f.failures;
+  if (length > 0.0 && std::isfinite(step)) f.rate = step / length;
+  return drift + step;
 }
 
 }  // namespace
+
+BranchFollower::BranchFollower(EngineContext& context) : ctx(context) {
+  for (int j = 0; j < ctx.in.nmode; ++j) drift += ctx.in.omegae[j] - ctx.in.omegag[j];
+}
 
 double follow_argument(BranchFollower& f, std::complex<double> a, std::complex<double> det_a,
                        std::complex<double> b, std::complex<double> det_b) {

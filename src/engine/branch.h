@@ -1,18 +1,23 @@
-// The branch of the square root of the determinant term along a path of times. Between two
-// evaluated points the argument of the term may wind; a step whose change of argument looks
-// larger than a fraction of pi is split, with the term evaluated at the midpoint, until every
-// piece is small, so the argument is continued without ever jumping a branch.
+// The branch of the square root of the determinant term along a path of times, followed point
+// by point in one direction. Between two evaluated points the argument may wind by more than a
+// turn; steps are split, with the term evaluated at midpoints, until each piece changes the
+// argument by less than a fraction of pi and as its neighbours predict, so the argument is
+// continued without jumping a branch.
 #pragma once
 
 #include <complex>
 #include <cstdint>
+#include <limits>
 
 #include "engine/engine.h"
 
 namespace ictvcf {
 
 struct BranchFollower {
+  explicit BranchFollower(EngineContext& context);
   EngineContext& ctx;
+  double drift = 0.0;  // the argument's mean rate of change along Re t (hartree)
+  double rate = std::numeric_limits<double>::quiet_NaN();  // of the rest, on the last step
   double max_step = 1.0471975511965976;  // pi/3: the largest change of argument taken as it is
   int max_depth = 24;                    // halvings of one step before giving up
   std::int64_t evaluations = 0;          // midpoints evaluated so far
