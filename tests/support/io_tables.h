@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <stdexcept>
@@ -101,6 +102,14 @@ inline std::string hex_double(double x) {
   char buf[64];
   std::snprintf(buf, sizeof buf, "%a", x);
   return buf;
+}
+
+// The inverse of hex_double (plain "nan" and "inf" too): strtod reads hexadecimal doubles.
+inline double from_hex(const std::string& s) {
+  const std::size_t at = s.find("nan(mantissa ");
+  if (at == std::string::npos) return std::strtod(s.c_str(), nullptr);
+  const std::uint64_t frac = std::strtoull(s.c_str() + at + 13, nullptr, 16);
+  return std::bit_cast<double>((s[0] == '-' ? 1ULL << 63 : 0) | (0x7ffULL << 52) | frac);
 }
 
 inline std::string rtrim(std::string s) {
