@@ -9,8 +9,6 @@
 namespace ictvcf {
 namespace {
 
-using testing::ScratchDir;
-
 // Three modes (n3 = 9) whose source numbers are 8, 9, 7: mode 1 of the store is mode 2 of the
 // source list (after the six translations and rotations), and so on.
 DushinData three_modes(bool n3all = false) {
@@ -119,12 +117,10 @@ TEST(Getrlk, BadValueStopsButEndOfFileIsInputError) {
   }
   std::vector<std::string> short_file = head;
   short_file.push_back(" 1 A x y 0.1");
-  DushinData w = three_modes();
-  EXPECT_THROW(run(p, w, short_file), IoError);
-  DushinData u = three_modes();
-  EXPECT_THROW(run(p, u, {"n 3", " Derivative Coupling", " no marker here"}), IoError);
-  DushinData e = three_modes();
-  EXPECT_THROW(run(p, e, {}), IoError);  // an empty file
+  for (const auto& lines : {short_file, {"n 3", " Derivative Coupling", " no marker here"}, {}}) {
+    DushinData w = three_modes();
+    EXPECT_THROW(run(p, w, lines), IoError);
+  }
 }
 
 TEST(Getrlk, ModeNumberOutsideTheListIsAClearError) {
@@ -139,35 +135,6 @@ TEST(Getrlk, ModeNumberOutsideTheListIsAClearError) {
   } catch (const IoError& e) {
     EXPECT_NE(std::string(e.what()).find("numbered 12"), std::string::npos);
   }
-}
-
-TEST(Getrlk, DerivativeCouplingsScatterThroughOrder) {
-  ScratchDir dir;
-  std::string m;
-  for (int i = 1; i <= 9; ++i) {
-    for (int j = 1; j <= 9; ++j) {
-      m += ' ';
-      m += std::to_string(i == j ? i : 0);
-    }
-    m += "\n";
-  }
-  testing::write_file("dc.dat", m);
-  ParameterSet p;
-  p.if_dcoupl = true;
-  p.dcouplfile = pad("dc.dat", 100);
-  DushinData v = three_modes();
-  run(p, v,
-      {"n 3", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 0.1", " 2 A x y 0.2",
-       " 3 A x y 0.3"});
-  // Row 7 of the file (store mode 1) goes to row order(1,1) - 6 = 2.
-  EXPECT_EQ(v.dr(2, 2), 7.0);
-  EXPECT_EQ(v.dr(3, 3), 8.0);
-  EXPECT_EQ(v.dr(1, 1), 9.0);
-  EXPECT_DOUBLE_EQ(v.r1(1, 2), v.dr(2, 2) * v.rif(1));
-  EXPECT_DOUBLE_EQ(v.r2(1, 3), v.dr(1, 1) * v.dr(3, 3));
-  p.dcouplfile = pad("missing.dat", 100);
-  DushinData w = three_modes();
-  EXPECT_THROW(run(p, w, {}), IoError);
 }
 
 }  // namespace

@@ -53,13 +53,11 @@ std::string run_reader(const ParameterSet& p, DushinData& v) {
   return log.str();
 }
 
-TEST(ReadDush, Layout1ModesMatricesAndLog) {
+TEST(ReadDush, Layout1ModesAndMatrices) {
   ScratchDir dir;
   write_file("dush.dat", layout1(kModes));
-  ParameterSet p = params();
-  p.ead = 0.1;
   DushinData v;
-  std::string log = run_reader(p, v);
+  run_reader(params(), v);
   ASSERT_EQ(v.n3, 8);
   ASSERT_EQ(v.nmode, 2);
   EXPECT_DOUBLE_EQ(v.omegae(1), 480.0 / kCm);  // a negative frequency counts as real
@@ -71,19 +69,6 @@ TEST(ReadDush, Layout1ModesMatricesAndLog) {
   EXPECT_EQ(v.d(2), -11.0);   // d12 = 2 by default
   EXPECT_DOUBLE_EQ(v.hr(1, 1), 0.5 * (500.0 / kCm) * 100.0);
   EXPECT_TRUE(v.iscal(1, 2) && v.iscal(2, 1));
-  // Tables by decreasing |D|: mode 2 first.
-  EXPECT_NE(log.find(" Calculate D1:\n     imode          Freq(cm-1)             D(a.u.)"
-                     "          Huang_Rhys  Reog. Energy(cm-1)\n         2        1000.0000000"),
-            std::string::npos);
-  EXPECT_NE(log.find(" Total number is :         2\n Calculate D2:\n         2"),
-            std::string::npos);
-  EXPECT_NE(log.find("   1     10.0000000      9.0000000     19.0000000      1.0000000\n"),
-            std::string::npos);
-  EXPECT_NE(log.find(" Adiabatic Energy             is:       21947.46307 cm-1\n\n"),
-            std::string::npos);
-  EXPECT_NE(log.find(" DE0-0                        is:         -15.00000 cm-1\n\n"),
-            std::string::npos);
-  EXPECT_NE(log.find(" Reorganiztion Energy 1"), std::string::npos);
 }
 
 TEST(ReadDush, RecordsSpanLinesWithRepeatCountsAndCommas) {
@@ -210,18 +195,42 @@ TEST(ReadDush, ColumnLayoutReadsFort2AndRowsFromDataFile) {
   EXPECT_THROW(run_reader(p, w), IoError);
 }
 
-TEST(ReadDush, SameFrequenciesFromStateTwo) {
-  ScratchDir dir;
-  write_file("dush.dat", layout1(kModes));
-  ParameterSet p = params();
-  p.samefreq = true;
-  p.samemode = 2;
-  p.ead = 0.05;
-  DushinData v;
-  std::string log = run_reader(p, v);
-  EXPECT_EQ(v.omegag(2), v.omegae(2));
-  EXPECT_EQ(v.de00, 0.0);
-  EXPECT_EQ(v.e00, 0.05);
+// The adjustments of the modes as read (first mode: 500 and 480 cm-1, D 10 and 9): samefreq and
+// samed copy one state's value to the other (samemode 1: state 1's, 2: state 2's, 0: the mean),
+// freqscale and dscale multiply both states'.
+TEST(ReadDush, ModeAdjustments) {
+  struct Row {
+    bool samefreq, samed;
+    int samemode;
+    double freqscale, dscale, w1, w2, d1, d2;
+  };
+  const Row rows[] = {
+      {true, false, 1, 1.0, 1.0, 500.0, 500.0, 10.0, 9.0},
+      {true, false, 2, 1.0, 1.0, 480.0, 480.0, 10.0, 9.0},
+      {true, false, 0, 1.0, 1.0, 490.0, 490.0, 10.0, 9.0},
+      {false, true, 1, 1.0, 1.0, 500.0, 480.0, 10.0, 10.0},
+      {false, true, 2, 1.0, 1.0, 500.0, 480.0, 9.0, 9.0},
+      {false, true, 0, 1.0, 1.0, 500.0, 480.0, 9.5, 9.5},
+      {false, false, 0, 0.9, 2.0, 450.0, 432.0, 20.0, 18.0},
+  };
+  for (const Row& r : rows) {
+    ScratchDir dir;
+    write_file("dush.dat", layout1(kModes));
+    ParameterSet p = params();
+    p.samefreq = r.samefreq;
+    p.samed = r.samed;
+    p.samemode = r.samemode;
+    p.freqscale = r.freqscale;
+    p.dscale = r.dscale;
+    DushinData v;
+    run_reader(p, v);
+    SCOPED_TRACE(::testing::Message() << "samefreq " << r.samefreq << " samed " << r.samed
+                                      << " samemode " << r.samemode);
+    EXPECT_NEAR(v.omegag(1) * kCm, r.w1, 1e-9);
+    EXPECT_NEAR(v.omegae(1) * kCm, r.w2, 1e-9);
+    EXPECT_NEAR(v.d1(1), r.d1, 1e-12);
+    EXPECT_NEAR(v.d2(1), r.d2, 1e-12);
+  }
 }
 
 }  // namespace
