@@ -69,11 +69,11 @@ TEST(Mistakes, EachIsNamedOnStandardErrorAndNowhereElse) {
 // `ictvcf rate` reads the block and the data files the same way, with the same warnings.
 TEST(Mistakes, TheRateCommandWarnsToo) {
   testing::ScratchDir dir;
-  testing::write_molecule(" dt = 10\n tmax = 50\n ead = 3.66\n");
+  testing::write_molecule(
+      " dt = 10\n tmax = 50\n ead = 1 eV\n isgauss = .true.\n fwhm = 1000 cm-1\n temp = 27 C\n");
   testing::Result r = testing::run_exe("rate ic.inp");
   EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.err.find("ictvcf: warning: ic.inp, line 9: ead = 3.66 has no unit"),
-            std::string::npos)
+  EXPECT_EQ(r.err.rfind("ictvcf: warning: ic.inp, line 12: temp = 27 C: unknown unit 'C'", 0), 0u)
       << r.err;
   testing::write_molecule(" dt = 10\n tmax = 50\n mode = 3\n");
   r = testing::run_exe("rate ic.inp");
