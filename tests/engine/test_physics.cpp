@@ -1,4 +1,4 @@
-// The reference engine against correlation functions known in closed form.
+// The engines against correlation functions known in closed form (physics/README.md).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -90,51 +90,6 @@ TEST(ClosedForm, TimeZeroIdentityWithRotationAndDistortion) {
   const cplx got = table[l.p.nt];
   EXPECT_NEAR(got.real(), c0, 1e-7 * std::fabs(c0));
   EXPECT_LE(std::fabs(got.imag()), 1e-7 * std::fabs(got.real()));
-}
-
-// The scaled determinant, with the sign from the row interchanges of both factorisations, equals
-// the determinant ratio computed independently.
-TEST(Engine, DeterminantTermAndPivotSign) {
-  testing::Loaded l =
-      testing::load_case(std::string(ICTVCF_TEST_PHYSICS) + "/inv_base", "ic.inp", " dush12 = 1\n");
-  const DushinData& v = l.v;
-  const int n = v.nmode;
-  ASSERT_EQ(n, 3);
-  const std::int64_t steps = 40;
-  std::vector<cplx> usqrt(steps + 1), ft(steps + 1);
-  getintegratedata(l.in, l.p.dt, 0, steps, usqrt.data(), ft.data());
-  const double beta = kelvin_per_hartree / l.p.temp;
-  auto det3 = [](const cplx m[3][3]) {
-    return m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]) -
-           m[0][1] * (m[1][0] * m[2][2] - m[1][2] * m[2][0]) +
-           m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
-  };
-  for (std::int64_t q = 1; q <= steps; ++q) {
-    const double t = l.p.dt * static_cast<double>(q);
-    const cplx z(-t, -beta);
-    cplx apb[3][3], bma[3][3], prefactor = v.invz2det[0] * std::pow(10.0, v.invz2det[1]);
-    for (int j = 0; j < 3; ++j)
-      for (int k = 0; k < 3; ++k) {
-        cplx sa(0.0), sb(0.0);
-        for (int m = 0; m < 3; ++m) {
-          const double w = v.omegae(m + 1);
-          const cplx ae = w / std::sin(w * z), be = std::cos(w * z) * ae;
-          sa += v.s(m + 1, j + 1) * ae * v.s(m + 1, k + 1);
-          sb += v.s(m + 1, j + 1) * be * v.s(m + 1, k + 1);
-        }
-        const double wg = v.omegag(j + 1);
-        const double ag = j == k ? wg / std::sin(wg * t) : 0.0;
-        const double bg = j == k ? wg / std::tan(wg * t) : 0.0;
-        apb[j][k] = (sb + bg) + (sa + ag);
-        bma[j][k] = (sb + bg) - (sa + ag);
-      }
-    for (int j = 1; j <= 3; ++j) {
-      const double wg = v.omegag(j), we = v.omegae(j);
-      prefactor *= (wg / std::sin(wg * t)) * (we / std::sin(we * z));
-    }
-    const cplx expected = prefactor / (det3(apb) * det3(bma));
-    EXPECT_LT(std::abs(usqrt[q] - expected), 1e-9 * std::abs(expected)) << "step " << q;
-  }
 }
 
 }  // namespace

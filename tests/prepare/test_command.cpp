@@ -1,7 +1,6 @@
 // `ictvcf prepare` as a user runs it: the written files read back by the run's own readers, the
 // run and the rate on them, the warnings of a poor pair, and bad input that writes nothing.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cmath>
@@ -23,16 +22,9 @@ using testing::read_file;
 using testing::ScratchDir;
 using testing::write_file;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
+using testing::Result;
 
-Result ictvcf(const std::string& args) {
-  const std::string cmd = std::string("'") + ICTVCF_EXE + "' " + args + " >out.txt 2>err.txt";
-  const int raw = std::system(cmd.c_str());
-  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read_file("out.txt"), read_file("err.txt")};
-}
+Result ictvcf(const std::string& args) { return testing::run_exe(args); }
 
 // The word after `label` in `text` (empty if the label is missing).
 std::string word_after(const std::string& text, const std::string& label) {

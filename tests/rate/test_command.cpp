@@ -1,7 +1,6 @@
 // `ictvcf rate INPUT` as a user runs it, on a physics case in a scratch directory: the printed
 // rate, the files it writes and the ones it must not, the warnings and the error statuses.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -16,23 +15,13 @@ using testing::read_file;
 using testing::ScratchDir;
 using testing::write_file;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
+using testing::Result;
 
 // Runs the command with its temporary directory under ../tmp, so that what it leaves there can
 // be seen.
 Result rate(const std::string& args = "ic.inp") {
   std::filesystem::create_directory("../tmp");
-  const std::string cmd =
-      std::string("TMPDIR=../tmp '") + ICTVCF_EXE + "' rate " + args + " >../out.txt 2>../err.txt";
-  const int raw = std::system(cmd.c_str());
-  Result r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read_file("../out.txt"),
-           read_file("../err.txt")};
-  std::filesystem::remove("../out.txt");
-  std::filesystem::remove("../err.txt");
-  return r;
+  return testing::run_exe("rate " + args, "TMPDIR=../tmp");
 }
 
 bool private_dirs_left() { return !std::filesystem::is_empty("../tmp"); }

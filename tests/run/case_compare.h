@@ -1,7 +1,7 @@
-// End-to-end comparison of a run against a case's expected results: exit status, standard
-// output and leftover dot-files exactly, the log line by line with the values of the time stamps
-// masked, and the correlation-function table within a tolerance scaled to its largest value
-// (the t = 0 row, where the propagators nearly cancel, with its own tolerance).
+// End-to-end comparison of a run against a case's expected results: exit status, standard output
+// and leftover dot-files exactly, every other file line by line with the values of the time stamps
+// masked, and the correlation-function table (text or binary) within a tolerance scaled to its
+// largest value (the t = 0 row, where the propagators nearly cancel, with its own tolerance).
 #pragma once
 
 #include <string>
@@ -9,22 +9,12 @@
 
 namespace ictvcf::testing {
 
-struct TableCompare {
-  bool ok = false;
-  std::string why;
-  double worst = 0.0;  // largest scaled difference found
-};
-
 // A "Begin:"/"End:" time-stamp line with its value masked; other lines unchanged.
 std::string strip_stamp(const std::string& line);
 
-// Compares two tables, text (with the "#time(fs)" header) or binary.
-TableCompare compare_tables(const std::string& expected_path, const std::string& actual_path,
-                            double rtol, double t0_rtol);
-
 // Runs `exe` on the case directory `case_dir` (inputs, `cmd`, `expected/`) in a scratch copy and
-// returns the list of differences (empty: the case passes). `args_prefix` goes before the input
-// name (e.g. "mpirun -np 2").
+// returns the list of differences (empty: the case passes). `launcher` goes before the program
+// (e.g. "mpirun -np 2").
 std::vector<std::string> check_case(const std::string& exe, const std::string& case_dir,
                                     double rtol = 1e-8, double t0_rtol = 1e-5,
                                     const std::string& launcher = "");

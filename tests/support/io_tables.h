@@ -117,23 +117,9 @@ inline std::string rtrim(std::string s) {
   return s;
 }
 
-inline LdStatus status_of_iostat(const std::string& iostat) {
-  if (iostat == "0") return LdStatus::ok;
-  if (iostat == "-1") return LdStatus::end_of_file;
-  if (iostat == "5010") return LdStatus::bad_value;
-  throw std::runtime_error("unknown iostat " + iostat);
-}
-
-inline const char* status_name(LdStatus s) {
-  switch (s) {
-    case LdStatus::ok:
-      return "ok";
-    case LdStatus::end_of_file:
-      return "end_of_file";
-    case LdStatus::bad_value:
-      return "bad_value";
-  }
-  return "?";
+// The iostat a Fortran runtime gives for the outcome.
+inline int iostat(LdStatus s) {
+  return s == LdStatus::ok ? 0 : s == LdStatus::end_of_file ? -1 : 5010;
 }
 
 }  // namespace ictvcf::testing

@@ -15,11 +15,10 @@ namespace {
 
 using testing::barred_records;
 using testing::hex_double;
+using testing::iostat;
 using testing::load_table;
 using testing::rtrim;
 using testing::split;
-using testing::status_name;
-using testing::status_of_iostat;
 using testing::without_decimals;
 
 const std::string kData = ICTVCF_TEST_DATA;
@@ -27,59 +26,56 @@ const std::string kData = ICTVCF_TEST_DATA;
 // list-directed-read.tsv and -extra.tsv: the records are read by one or more READs ("i,d;l" is two
 // READs), each item into a variable holding a known value first, so that "unchanged" can be told.
 // Logicals have no spare value: the case runs twice, starting from F and from T.
-
-struct CaseOutcome {
+struct Outcome {
   std::vector<std::vector<std::string>> shown;  // per READ, per item
   LdStatus status = LdStatus::ok;
   std::string message;
 };
 
-CaseOutcome run_list_case(const std::vector<std::string>& records,
-                          const std::vector<std::vector<std::string>>& reads, bool logical_start) {
-  TextFile f = text_file_from("case.dat", records);
-  CaseOutcome out;
-  for (const auto& items : reads) {
+Outcome read_case(const testing::TableRow& row, bool logical_start) {
+  TextFile f = text_file_from("case.dat", barred_records(row["records"]));
+  Outcome out;
+  for (const std::string& read : split(row["items"], ';')) {
     ListReader rd(f);
-    std::vector<std::string> shown;
-    LdStatus first = LdStatus::ok;
-    for (const std::string& it : items) {
+    out.shown.emplace_back();
+    for (const std::string& it : split(read, ',')) {
       LdStatus s;
+      std::int64_t i = -999;
+      double d = -999;
+      bool l = logical_start;
+      std::string text = "UNSET", &shown = out.shown.back().emplace_back();
       if (it == "i") {
         std::int32_t v = -999;
         s = rd.read(v);
-        shown.push_back(v == -999 ? "unchanged" : std::to_string(v));
+        i = v;
       } else if (it == "i8") {
-        std::int64_t v = -999;
-        s = rd.read(v);
-        shown.push_back(v == -999 ? "unchanged" : std::to_string(v));
+        s = rd.read(i);
       } else if (it == "d") {
-        double v = -999;
-        s = rd.read(v);
-        shown.push_back(std::bit_cast<std::uint64_t>(v) == std::bit_cast<std::uint64_t>(-999.0)
-                            ? "unchanged"
-                            : hex_double(v));
+        s = rd.read(d);
       } else if (it == "l") {
-        bool v = logical_start;
-        s = rd.read(v);
-        shown.push_back(v ? "T" : "F");
+        s = rd.read(l);
       } else {
-        const std::size_t len = std::stoul(it.substr(1));
-        std::string v = "UNSET";
-        v.resize(len, ' ');
-        s = rd.read_text(v, len);
-        EXPECT_EQ(v.size(), len);
-        shown.push_back(rtrim(v) == "UNSET" ? "unchanged" : "|" + rtrim(v) + "|");
+        text.resize(std::stoul(it.substr(1)), ' ');
+        s = rd.read_text(text, text.size());
       }
+      if (it[0] == 'i')
+        shown = i == -999 ? "unchanged" : std::to_string(i);
+      else if (it == "d")
+        shown = std::bit_cast<std::uint64_t>(d) == std::bit_cast<std::uint64_t>(-999.0)
+                    ? "unchanged"
+                    : hex_double(d);
+      else if (it == "l")
+        shown.assign(1, l ? 'T' : 'F');
+      else
+        shown = rtrim(text) == "UNSET" ? "unchanged" : std::string("|").append(rtrim(text)) + "|";
       // Once an item fails, every later item of the READ reports the same failure.
-      if (first != LdStatus::ok) {
-        EXPECT_STREQ(status_name(s), status_name(first)) << "item " << it;
+      if (out.status != LdStatus::ok) {
+        EXPECT_EQ(s, out.status) << "item " << it;
       }
-      if (first == LdStatus::ok) first = s;
+      if (out.status == LdStatus::ok) out.status = s;
     }
-    out.shown.push_back(shown);
-    out.status = first;
     out.message = rd.message();
-    if (first != LdStatus::ok) break;
+    if (out.status != LdStatus::ok) break;
   }
   return out;
 }
@@ -89,27 +85,18 @@ TEST(ListDirectedRead, EveryRowOfTheTables) {
     for (const auto& row : load_table(kData + file)) {
       SCOPED_TRACE(std::string(file) + " line " + std::to_string(row.line) + ": " + row["items"] +
                    " " + row["records"] + " (" + row["note"] + ")");
-      std::vector<std::vector<std::string>> reads;
-      for (const std::string& r : split(row["items"], ';')) reads.push_back(split(r, ','));
-      const auto records = barred_records(row["records"]);
-
-      const CaseOutcome from_f = run_list_case(records, reads, false);
-      const CaseOutcome from_t = run_list_case(records, reads, true);
+      const Outcome from_f = read_case(row, false), from_t = read_case(row, true);
       std::string shown;
-      for (std::size_t r = 0; r < from_f.shown.size(); ++r) {
-        if (r > 0) shown += "; ";
+      for (std::size_t r = 0; r < from_f.shown.size(); ++r)
         for (std::size_t k = 0; k < from_f.shown[r].size(); ++k) {
           std::string a = from_f.shown[r][k];
           const std::string& b = from_t.shown[r][k];
-          if (reads[r][k] == "l" && a != b) a = (a == "F" && b == "T") ? "unchanged" : "(differs)";
-          if (k > 0) shown += ", ";
-          shown += a;
+          if (a != b) a = (a == "F" && b == "T") ? "unchanged" : "(differs)";
+          shown.append(k > 0 ? ", " : r > 0 ? "; " : "").append(a);
         }
-      }
       EXPECT_EQ(shown, without_decimals(row["values_read"]));
-      const LdStatus want = status_of_iostat(row["iostat"]);
-      EXPECT_STREQ(status_name(from_f.status), status_name(want));
-      if (want != LdStatus::ok) {
+      EXPECT_EQ(iostat(from_f.status), std::stoi(row["iostat"]));
+      if (from_f.status != LdStatus::ok) {
         EXPECT_EQ(from_f.message, row["iomsg"]);
       }
     }
@@ -138,7 +125,7 @@ TEST(FormattedRead, EveryRowOfTheTable) {
         std::bit_cast<std::uint64_t>(v) == std::bit_cast<std::uint64_t>(-999.0) ? "unchanged"
                                                                                 : hex_double(v);
     EXPECT_EQ(shown, without_decimals(row["value_read"]));
-    EXPECT_STREQ(status_name(s), status_name(status_of_iostat(row["iostat"])));
+    EXPECT_EQ(iostat(s), std::stoi(row["iostat"]));
   }
 }
 

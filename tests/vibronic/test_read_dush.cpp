@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 #include "test_support.h"
 #include "util/errors.h"
@@ -96,57 +97,53 @@ TEST(ReadDush, DushinFalseLeavesIdentityAndNoMatrixNeeded) {
   EXPECT_TRUE(v.iscal(2, 2));
 }
 
-void expect_stop(const std::string& file, ParameterSet p, const std::string& message) {
+// How reading the file ends: "" when it is read, a described stop's message, or the line and
+// what was expected of an input/output error.
+std::string outcome(const std::string& file, const ParameterSet& p) {
   ScratchDir dir;
   write_file("dush.dat", file);
   DushinData v;
   try {
     run_reader(p, v);
-    FAIL() << message;
   } catch (const StopRun& e) {
-    EXPECT_EQ(e.status, 0);
-    EXPECT_EQ(e.out, message + "\n");
-  }
-}
-
-TEST(ReadDush, MissingMarkersAndModeOutOfRangeStop) {
-  expect_stop("title\n8 num of modes\n", params(),
-              "Can not find 'num of modes' in dushin file!");  // count must sit in columns 1-8
-  expect_stop("     8  num of modes\nBEGIN_OUTPUT_1\n", params(),
-              "Can not find 'BEGIN_OUTPUT_1' in dushin file!");  // marker in column 1
-  expect_stop(layout1(kModes, "END\n"), params(),
-              "Can not find 'BEGIN_DUSH_DATA_1' in dushin file!");
-  std::string only_first = layout1(kModes);
-  only_first = only_first.substr(0, only_first.find("  BEGIN_DUSH_DATA_2")) + "  END\n";
-  expect_stop(only_first, params(), "Can not find 'BEGIN_DUSH_DATA_2' in dushin file!");
-  ParameterSet p = params();
-  for (int bad : {-1, 3}) {
-    p.mode = bad;
-    expect_stop(layout1(kModes), p, "mode should be 0,1,...,3n-6 ! Stop!");
-  }
-}
-
-void expect_io_error(const std::string& file, ParameterSet p, long line) {
-  ScratchDir dir;
-  write_file("dush.dat", file);
-  DushinData v;
-  try {
-    run_reader(p, v);
-    FAIL();
+    return std::to_string(e.status) + ": " + e.out;
   } catch (const IoError& e) {
-    EXPECT_EQ(e.line, line) << e.what();
+    return "line " + std::to_string(e.line) + ": " + e.what();
   }
+  return "";
 }
 
-TEST(ReadDush, UnreadableOrShortFilesAreInputErrors) {
-  expect_io_error("", params(), 1);  // empty file: end of file on the first read
-  expect_io_error(layout1(" 1 m A 500.0 ten | 0.1 1.0 | 480.0 9.0 | 0.2 2.0 8 8\n"), params(), 13);
+TEST(ReadDush, MissingMarkersShortFilesAndBadValues) {
   const std::string full = layout1(kModes);
-  expect_io_error(full.substr(0, full.find(" row\n") + 5), params(), 17);
-  expect_io_error("     6  num of modes\n", params(), 1);  // no vibrational mode
-  ParameterSet p = params();
-  p.dsfile = pad("missing.dat", 200);
-  expect_io_error("", p, 0);
+  ParameterSet mode_low = params(), mode_high = params(), missing = params();
+  mode_low.mode = -1;
+  mode_high.mode = 3;
+  missing.dsfile = pad("missing.dat", 200);
+  const std::tuple<std::string, ParameterSet, std::string> cases[] = {
+      // The count must sit in columns 1-8, the markers from column 3.
+      {"title\n8 num of modes\n", params(), "0: Can not find 'num of modes' in dushin file!\n"},
+      {"     8  num of modes\nBEGIN_OUTPUT_1\n", params(),
+       "0: Can not find 'BEGIN_OUTPUT_1' in dushin file!\n"},
+      {layout1(kModes, "END\n"), params(), "0: Can not find 'BEGIN_DUSH_DATA_1' in dushin file!\n"},
+      {full.substr(0, full.find("  BEGIN_DUSH_DATA_2")) + "  END\n", params(),
+       "0: Can not find 'BEGIN_DUSH_DATA_2' in dushin file!\n"},
+      {full, mode_low, "0: mode should be 0,1,...,3n-6 ! Stop!\n"},
+      {full, mode_high, "0: mode should be 0,1,...,3n-6 ! Stop!\n"},
+      {"", params(), "line 1: end of file while searching for 'num of modes'"},
+      {"     6  num of modes\n", params(),
+       "line 1: expected a molecule with at least one vibrational mode, but 'num of modes' gives "
+       "6"},
+      {"     8  num of modes\n  BEGIN_OUTPUT_1\n h\n", params(),
+       "line 4: expected the header lines after BEGIN_OUTPUT_1 (end of file)"},
+      {layout1(" 1 m A 500.0 ten | 0.1 1.0 | 480.0 9.0 | 0.2 2.0 8 8\n"), params(),
+       "line 13: expected the record of mode 1: the state-1 displacement (Bad real number in item "
+       "5"},
+      {full.substr(0, full.find(" row\n") + 5), params(),
+       "line 17: expected value 1 of 8 in row 1 of the first Duschinsky matrix (end of file)"},
+      {"", missing, "line 0: cannot open the file"},
+  };
+  for (const auto& [file, p, expected] : cases)
+    EXPECT_EQ(outcome(file, p).substr(0, expected.size()), expected);
 }
 
 TEST(ReadDush, N3allKeepsAllCoordinatesAndSkipsThreeRecords) {
