@@ -2,55 +2,39 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <random>
 
 #include "engine/engine.h"
 #include "engine/engine_support.h"
 #include "run/table.h"
 #include "support/synthetic.h"
-#include "util/constants.h"
 
 namespace ictvcf {
 namespace {
 
 using cplx = std::complex<double>;
 
-std::vector<cplx> table(const EngineInputs& in, double dt, std::int64_t nt, bool fast,
-                        int threads = 0, bool exact = false) {
+std::vector<cplx> table(const EngineInputs& in, double dt, std::int64_t nt, bool fast) {
   std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
   if (fast)
-    compute_correlation(in, dt, 0, nt, usqrt.data(), ft.data(), exact, threads);
+    compute_correlation(in, dt, 0, nt, usqrt.data(), ft.data());
   else
-    getintegratedata(in, dt, 0, nt, usqrt.data(), ft.data(), exact);
+    getintegratedata(in, dt, 0, nt, usqrt.data(), ft.data());
   Vector<cplx> sqrtdone(nt + 1);
   return assemble(nt, usqrt, ft, sqrtdone);
 }
 
-// Largest difference relative to the table's largest value: (t = 0 row, all other rows).
-std::pair<double, double> scaled_difference(const std::vector<cplx>& a,
-                                            const std::vector<cplx>& b) {
-  double scale = 0.0, zero = 0.0, rest = 0.0;
-  for (const cplx& c : a) scale = std::max({scale, std::fabs(c.real()), std::fabs(c.imag())});
-  const std::size_t middle = a.size() / 2;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    const double d =
-        std::max(std::fabs(a[i].real() - b[i].real()), std::fabs(a[i].imag() - b[i].imag())) /
-        scale;
-    (i == middle ? zero : rest) = std::max(i == middle ? zero : rest, std::isnan(d) ? 1e300 : d);
-  }
-  return {zero, rest};
-}
-
+// The two engines' tables agree within 1e-10 of the largest value, and within 1e-5 on the t = 0
+// row, whose evaluation at dt * 1e-5 cancels terms of order 1/t^2.
 void expect_same_table(const EngineInputs& in, double dt, std::int64_t nt,
                        const std::string& what) {
-  auto [zero, rest] = scaled_difference(table(in, dt, nt, false), table(in, dt, nt, true));
-  if (std::getenv("ICTVCF_SHOW_DIFF"))
-    std::printf("%s: t=0 row %.2e, other rows %.2e\n", what.c_str(), zero, rest);
-  EXPECT_LE(zero, 1e-5) << what;
-  EXPECT_LE(rest, 1e-10) << what;
+  const std::vector<cplx> a = table(in, dt, nt, false), b = table(in, dt, nt, true);
+  double scale = 0.0;
+  for (const cplx& c : a) scale = std::max({scale, std::fabs(c.real()), std::fabs(c.imag())});
+  for (std::size_t i = 0; i < a.size(); ++i)
+    EXPECT_LE(std::max(std::fabs(a[i].real() - b[i].real()), std::fabs(a[i].imag() - b[i].imag())),
+              (i == a.size() / 2 ? 1e-5 : 1e-10) * scale)
+        << what << " row " << i;
 }
 
 TEST(FastEngine, MatchesReferenceOnRandomSystems) {
@@ -100,16 +84,9 @@ TEST(FastEngine, GeneralMaskAndCouplingMatrix) {
 // enters the determinant term: the fast engine there against the reference engine, which
 // factorises with row interchanges instead.
 TEST(FastEngine, TwoByTwoBlockOfTheSymmetricFactorisation) {
-  EngineInputs v = testing::random_system(2, 1, 0.0, 1000.0);
-  v.omegag = {698.4 / au2cm, 228.9 / au2cm};
-  v.omegae = {606.2 / au2cm, 188.8 / au2cm};
-  v.d = {9.0, -14.0};
-  v.rif = {0.02, -0.01};
   const double c = std::cos(0.7), s = std::sin(0.7);
-  v.s(1, 1) = v.s(2, 2) = c;
-  v.s(1, 2) = -s;
-  v.s(2, 1) = s;
-  testing::couple(v);
+  const EngineInputs v = testing::modes({698.4, 228.9}, {606.2, 188.8}, {9.0, -14.0}, {0.02, -0.01},
+                                        1000.0, {{c, -s}, {s, c}});
   const std::int64_t from = 1180, to = 1205;
   std::vector<cplx> u_fast(to - from + 1), f_fast(u_fast.size()), u_ref(u_fast.size()),
       f_ref(u_fast.size());

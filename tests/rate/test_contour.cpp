@@ -32,28 +32,18 @@ const Lattice kMolecule{
 constexpr double kUnit = 100.0 / au2cm;  // the lattice, hartree
 
 EngineInputs inputs(const Lattice& m, double temp) {
-  EngineInputs in;
-  const int n = static_cast<int>(m.accepting.size() + m.promoting.size());
-  in.nmode = n;
-  in.temp = temp;
-  in.s = Matrix<double>(n, n);
-  in.r = Matrix<double>(n, n);
-  in.iscal = Matrix<char>(n, n);
+  std::vector<double> w, d, rif;
   for (std::size_t a = 0; a < m.accepting.size(); ++a) {
-    const double w = m.accepting[a] * kUnit;
-    in.omegag.push_back(w);
-    in.d.push_back(std::sqrt(2.0 * m.huang_rhys[a] / w));
-    in.rif.push_back(0.0);
+    w.push_back(100.0 * m.accepting[a]);
+    d.push_back(std::sqrt(2.0 * m.huang_rhys[a] / (m.accepting[a] * kUnit)));
+    rif.push_back(0.0);
   }
   for (std::size_t p = 0; p < m.promoting.size(); ++p) {
-    in.omegag.push_back(m.promoting[p] * kUnit);
-    in.d.push_back(0.0);
-    in.rif.push_back(m.coupling[p]);
+    w.push_back(100.0 * m.promoting[p]);
+    d.push_back(0.0);
+    rif.push_back(m.coupling[p]);
   }
-  in.omegae = in.omegag;
-  for (int j = 1; j <= n; ++j) in.s(j, j) = 1.0;
-  testing::couple(in);
-  return in;
+  return testing::modes(w, w, d, rif, temp);
 }
 
 double occupation(double w, double temp) {
