@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 #include "coupling/getrlk.h"
 #include "test_support.h"
@@ -73,68 +74,65 @@ TEST(Getrlk, N3allCountMismatchSetsExitAfterReading) {
   EXPECT_EQ(v.rif(1), 2.0);
 }
 
-TEST(Getrlk, OldLayoutConvertsAndKeywordInColumnOneIsOld) {
+TEST(Getrlk, OldLayoutDividesBySqrtAmuAndEvert) {
   ParameterSet p;
-  p.evert = 1.0;
+  p.evert = 0.5;
   DushinData v = three_modes();
   run(p, v, {"m7 42.69529868732622", " m8 85.39059737465244", " m9 0.0"});
-  EXPECT_DOUBLE_EQ(v.rif(3), 1.0);  // source mode 1 is store mode 3
-  EXPECT_DOUBLE_EQ(v.rif(1), 2.0);
+  EXPECT_DOUBLE_EQ(v.rif(3), 2.0);  // source mode 1 is store mode 3
+  EXPECT_DOUBLE_EQ(v.rif(1), 4.0);
   EXPECT_EQ(v.rif(2), 0.0);
-  // The keyword starting in column 1 does not make the new layout: the first line is then read
-  // as an old-layout value line, and "Coupling" is not a number.
-  DushinData u = three_modes();
-  try {
-    run(p, u, {"Derivative Coupling 1.0", " a b irrep", "-", " 1 A x y 0.1"});
-    FAIL();
-  } catch (const IoError& e) {
-    EXPECT_NE(std::string(e.what()).find("coupling of mode 1 of 3"), std::string::npos);
-  }
-
-  p.n3all = true;
-  DushinData w = three_modes(true);
-  try {
-    run(p, w, {" m 1", " m 2", " m 3"});
-    FAIL();
-  } catch (const StopRun& e) {
-    EXPECT_EQ(e.status, 0);
-    EXPECT_EQ(e.out, "n3all=.true. is not implemented for old elecoupling file!\nExit!\n");
-  }
 }
 
-TEST(Getrlk, BadValueStopsButEndOfFileIsInputError) {
+// How reading ends: a described stop (status and message) or an input/output error (line and
+// what was expected).
+std::string outcome(bool n3all, const std::vector<std::string>& lines, int order2 = 0) {
   ParameterSet p;
-  DushinData v = three_modes();
+  p.n3all = n3all;
+  DushinData v = three_modes(n3all);
+  if (order2) v.order(2, 1) = order2;
+  try {
+    run(p, v, lines);
+  } catch (const StopRun& e) {
+    return std::to_string(e.status) + ": " + e.out;
+  } catch (const IoError& e) {
+    return "line " + std::to_string(e.line) + ": " + e.what();
+  }
+  return "read";
+}
+
+TEST(Getrlk, StopsAndInputErrors) {
   const std::vector<std::string> head{"n 3", " Derivative Coupling x", " a b irrep", "-"};
-  std::vector<std::string> bad = head;
-  bad.insert(bad.end(), {" 1 A x y 0.1", " 2 A x y abc", " 3 A x y 0.3"});
-  try {
-    run(p, v, bad);
-    FAIL();
-  } catch (const StopRun& e) {
-    EXPECT_EQ(e.out, "Error in reading coupling file, stop!\n");
-    EXPECT_EQ(e.status, 0);
-  }
-  std::vector<std::string> short_file = head;
-  short_file.push_back(" 1 A x y 0.1");
-  for (const auto& lines : {short_file, {"n 3", " Derivative Coupling", " no marker here"}, {}}) {
-    DushinData w = three_modes();
-    EXPECT_THROW(run(p, w, lines), IoError);
-  }
-}
-
-TEST(Getrlk, ModeNumberOutsideTheListIsAClearError) {
-  ParameterSet p;
-  DushinData v = three_modes();
-  v.order(2, 1) = 12;
-  try {
-    run(p, v,
-        {"n 3", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 0.1", " 2 A x y 0.2",
-         " 3 A x y 0.3"});
-    FAIL();
-  } catch (const IoError& e) {
-    EXPECT_NE(std::string(e.what()).find("numbered 12"), std::string::npos);
-  }
+  auto with = [&](std::vector<std::string> tail) {
+    tail.insert(tail.begin(), head.begin(), head.end());
+    return tail;
+  };
+  const std::tuple<bool, std::vector<std::string>, int, std::string> cases[] = {
+      {false, with({" 1 A x y 0.1", " 2 A x y abc", " 3 A x y 0.3"}), 0,
+       "0: Error in reading coupling file, stop!\n"},
+      {false, with({" 1 A x y 0.1"}), 0,
+       "line 5: expected the coupling of mode 2 of 3 (four words and a number) (end of file)"},
+      {false,
+       {"n 3", " Derivative Coupling", " no marker here"},
+       0,
+       "line 3: expected a heading line whose third word is 'irrep' (end of file)"},
+      {false, {}, 0, "line 1: end of file while searching for 'Derivative Coupling'"},
+      // The keyword from column 1 does not make the new layout: "Derivative" is then a word
+      // before the old layout's first value, and "Coupling" is not a number.
+      {false,
+       {"Derivative Coupling 1.0", " a b irrep", "-", " 1 A x y 0.1"},
+       0,
+       "line 1: expected the coupling of mode 1 of 3 (Bad real number in item 2 of list input)"},
+      {true,
+       {" m 1", " m 2", " m 3"},
+       0,
+       "0: n3all=.true. is not implemented for old elecoupling file!\nExit!\n"},
+      {false, with({" 1 A x y 0.1", " 2 A x y 0.2", " 3 A x y 0.3"}), 12,
+       "line 0: expected mode numbers 7 to 9 in the mode list, but mode 2 is numbered 12, outside "
+       "the coupling list"},
+  };
+  for (const auto& [n3all, lines, order2, expected] : cases)
+    EXPECT_EQ(outcome(n3all, lines, order2), expected);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "engine/engine.h"
 #include "engine/engine_support.h"
+#include "rate/integral.h"
 #include "run/table.h"
 #include "support/synthetic.h"
 
@@ -98,6 +99,22 @@ TEST(FastEngine, TwoByTwoBlockOfTheSymmetricFactorisation) {
     EXPECT_LT(std::abs(u_fast[m] - u_ref[m]), 1e-9 * std::abs(u_ref[m])) << "step " << from + m;
     EXPECT_LT(std::abs(f_fast[m] - f_ref[m]), 1e-9 * largest) << "step " << from + m;
   }
+}
+
+// The exact function of the rate command on a grid too coarse for the determinant term's argument
+// (it turns by 5 rad in the first step) equals the same times of a fine grid: the square root's
+// branch is followed through midpoints.
+TEST(FastEngine, BranchFollowedOnACoarseGrid) {
+  const EngineInputs v = testing::random_system(40, 11, 0.7, 300.0);
+  EngineContext ctx(v);
+  std::vector<std::string> warnings;
+  const std::vector<cplx> fine = exact_correlation(ctx, 2.0, 150, warnings);
+  const std::vector<cplx> coarse = exact_correlation(ctx, 100.0, 3, warnings);
+  EXPECT_TRUE(warnings.empty());
+  double largest = 0.0;
+  for (const cplx& c : fine) largest = std::max(largest, std::abs(c));
+  for (std::size_t k = 0; k < coarse.size(); ++k)
+    EXPECT_LT(std::abs(coarse[k] - fine[50 * k]), 1e-10 * largest) << "t = " << 100.0 * k;
 }
 
 TEST(FastEngine, SameBitsForAnyThreadCount) {

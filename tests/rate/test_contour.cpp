@@ -107,6 +107,17 @@ double golden_rule(const std::vector<double>& p, int depth, double gap, double s
   return 2.0 * pi * k;
 }
 
+// phi(tau) = -E tau + ln C(i tau) + sigma^2 tau^2 / 2 with C(i tau) = sum_x P(x) e^{x tau}: the
+// contour's height minimises it.
+double phi(const std::vector<double>& p, int depth, double gap, double sigma, double tau) {
+  double top = -INFINITY, sum = 0.0;
+  for (int i = -depth; i <= depth; ++i)
+    if (p[i + depth] > 0.0) top = std::max(top, std::log(p[i + depth]) + i * kUnit * tau);
+  for (int i = -depth; i <= depth; ++i)
+    if (p[i + depth] > 0.0) sum += std::exp(std::log(p[i + depth]) + i * kUnit * tau - top);
+  return -gap * tau + top + std::log(sum) + 0.5 * sigma * sigma * tau * tau;
+}
+
 TEST(Contour, LatticeAtAnyTemperatureAndDepth) {
   const double sigma = 150.0 / au2cm;
   const std::vector<double> gaps_cm{2500.0, 9000.0, 18000.0, 30000.0, 45000.0, 56000.0};
@@ -134,6 +145,10 @@ TEST(Contour, LatticeAtAnyTemperatureAndDepth) {
         EXPECT_NEAR(rates[i].rate / want, 1.0, 1e-8)
             << temp << " K, " << gaps_cm[i] << " cm-1, together " << together;
         EXPECT_LE(rates[i].error, 1e-9);
+        // A gap alone has its contour at its own saddle point.
+        const double tau = rates[i].tau, at = phi(p, 1200, gaps[i], sigma, tau);
+        for (double off : {0.97, 1.03})
+          EXPECT_TRUE(together || at <= phi(p, 1200, gaps[i], sigma, off * tau)) << "saddle";
       }
     }
   }

@@ -1,7 +1,7 @@
-// Natural mistakes in the input and data files, one row each of tests/data/mistakes.tsv: the
-// molecule of support/small_molecule.h with lines added to its block and edits to its files. Each
-// row's standard output and status are the described ones; a warning naming the mistake appears
-// on standard error, and nothing of it reaches standard output or the log.
+// Natural mistakes and bad input, one row each of tests/data/mistakes.tsv: the molecule of
+// support/small_molecule.h with lines added to its block and edits to its files. Each row's
+// standard output and status are the described ones; a warning or an error naming the mistake
+// appears on standard error, and nothing of it reaches standard output or the log.
 #include <gtest/gtest.h>
 
 #include "support/io_tables.h"
@@ -59,10 +59,18 @@ TEST(Mistakes, EachIsNamedOnStandardErrorAndNowhereElse) {
     const std::string out = unescape(row["stdout"]);
     EXPECT_EQ(r.out.substr(0, out.empty() ? std::string::npos : out.size()), out);
     EXPECT_NE(r.err.find(row["stderr"]), std::string::npos) << r.err;
-    // Every message is one line of its own, and none reaches the log.
-    for (const std::string& line : testing::split(r.err.substr(0, r.err.size() - 1), '\n'))
-      EXPECT_EQ(line.rfind("ictvcf: ", 0), 0u) << line;
+    // Every message is one line of its own, and none reaches the log; a failed run writes no
+    // table, and a table with values that are not finite is announced.
+    for (const std::string& line :
+         testing::split(r.err.empty() ? "ictvcf: " : r.err.substr(0, r.err.size() - 1), '\n'))
+      EXPECT_TRUE(line.rfind("ictvcf: ", 0) == 0 || line == "Allocation would exceed memory limit")
+          << line;
     EXPECT_EQ(read_file("ic.log").find("warning"), std::string::npos);
+    const std::string table = read_file("ft.dat");
+    EXPECT_TRUE(r.status == 0 || table.empty());
+    if (table.find("NaN") != std::string::npos || table.find("Infinity") != std::string::npos) {
+      EXPECT_NE(r.err.find("not finite"), std::string::npos) << r.err;
+    }
   }
 }
 

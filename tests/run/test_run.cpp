@@ -67,15 +67,6 @@ TEST(CommandLine, HelpVersionAndMissingArgument) {
   EXPECT_NE(r.err.find("missing.inp"), std::string::npos);
 }
 
-TEST(Run, NegativeTimeGridEndsBeforeAnyTable) {
-  ScratchDir dir;
-  testing::write_molecule(" dt = 10\n tmin = 100\n tmax = 50\n");
-  testing::Result r = testing::run_exe("ic.inp");
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("nt = -5"), std::string::npos);
-  EXPECT_FALSE(testing::exists("ft.dat"));
-}
-
 TEST(Run, DebugStampsAndTableName) {
   ScratchDir dir;
   testing::write_molecule(" dt = 10\n tmax = 20\n debug = .true.\n");
@@ -90,14 +81,32 @@ TEST(Run, DebugStampsAndTableName) {
   EXPECT_TRUE(testing::dot_files().empty());
 }
 
-TEST(Run, MissingCouplingFileIsInputError) {
+TEST(Run, JunkInputFilesEndWithAClearError) {
   ScratchDir dir;
-  testing::write_molecule(" dt = 10\n tmax = 20\n");
-  std::filesystem::remove("c.dat");
+  std::string junk(3000, '\0');
+  for (std::size_t i = 0; i < junk.size(); ++i) junk[i] = static_cast<char>((i * 7919) % 256);
+  testing::write_file("junk.inp", junk);
+  testing::Result r = testing::run_exe("junk.inp");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("junk.inp"), std::string::npos);
+  testing::write_file("empty.inp", "");
+  r = testing::run_exe(
+      "empty.inp");  // no block: defaults, then the unnamed data file cannot be opened
+  EXPECT_EQ(r.status, 2);
+  testing::write_file("long.inp", "&ic_tvcf\n temp = " + std::string(100000, '3') + "\n/\n");
+  r = testing::run_exe("long.inp");
+  EXPECT_NE(r.status, 0);
+}
+
+TEST(Run, FailedRunKeepsThePreviousTable) {
+  ScratchDir dir;
+  testing::write_molecule(" dt = 10\n tmax = 100\n");
+  ASSERT_EQ(testing::run_exe("ic.inp").status, 0);
+  const std::string before = testing::read_file("ft.dat");
+  std::filesystem::create_directory("ft.dat.part");  // the temporary name cannot be created
   testing::Result r = testing::run_exe("ic.inp");
   EXPECT_EQ(r.status, 2);
-  EXPECT_EQ(r.err.rfind("ictvcf: c.dat: ", 0), 0u) << r.err;
-  EXPECT_FALSE(testing::exists("ft.dat"));
+  EXPECT_EQ(testing::read_file("ft.dat"), before);
 }
 
 }  // namespace
