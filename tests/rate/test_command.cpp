@@ -127,40 +127,32 @@ TEST(RateCommand, DefaultBroadeningAndLorentzianWings) {
 TEST(RateCommand, ErrorsAndTheirStatuses) {
   ScratchDir dir;
   closed_case({});
-  std::filesystem::remove("nacme.dat");
-  Result r = rate();
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("nacme.dat"), std::string::npos) << r.err;
-
-  write_file("nacme.dat", read_file(std::string(ICTVCF_TEST_PHYSICS) + "/closed_T10/nacme.dat"));
-  std::string text = read_file("ic.inp");
-  text.insert(text.find("/"), "  isgauss = .true.\n  broadentype = voigt\n  fwhm = 0.001\n");
-  write_file("bad-shape.inp", text);
-  r = rate("bad-shape.inp");
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("voigt"), std::string::npos) << r.err;
-
-  text = read_file("ic.inp");
-  text.erase(text.find("  ftfile"), text.find("logfile") - text.find("  ftfile"));
-  write_file("no-table.inp", text);
-  r = rate("no-table.inp");
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("ftfile"), std::string::npos) << r.err;
-
-  // Options and gaps that give no rate.
-  for (const char* args :
-       {"--tol 2 ic.inp", "--tol x ic.inp", "--frobnicate ic.inp", "--temps", "ic.inp other.inp"}) {
-    r = rate(args);
-    EXPECT_EQ(r.status, 2) << args;
-    EXPECT_NE(r.err.find("ictvcf rate: "), std::string::npos) << args << r.err;
+  const std::string input = read_file("ic.inp");
+  struct Case {
+    std::string from, to, options;  // the edit of the block, the options before bad.inp
+    int status;
+    std::string err;
+  };
+  const Case cases[] = {
+      {"nacme.dat", "none.dat", "", 2, "ictvcf: none.dat: cannot open the file"},
+      {"/", "  isgauss = .true.\n  broadentype = voigt\n  fwhm = 0.001\n/", "", 1,
+       "broadentype = 'voigt' is neither"},
+      {"  ftfile = ft.dat\n", "", "", 2, "ftfile in the &ic_tvcf block"},
+      {"ead = 0.1", "ead = -0.1", "", 2, "must be positive"},
+      {"", "", "--tol 2", 2, "ictvcf rate: --tol 2: expected a relative accuracy"},
+      {"", "", "--tol x", 2, "ictvcf rate: --tol x: expected a relative accuracy"},
+      {"", "", "--frobnicate", 2, "ictvcf rate: unknown option --frobnicate"},
+      {"", "", "--temps", 2, "ictvcf rate: --temps bad.inp: expected temperatures"},
+      {"", "", "ic.inp", 2, "ictvcf rate: one input file only"},
+  };
+  for (const Case& c : cases) {
+    std::string text = input;
+    if (!c.from.empty()) text.replace(text.find(c.from), c.from.size(), c.to);
+    write_file("bad.inp", text);
+    const Result r = rate(c.options + " bad.inp");
+    EXPECT_EQ(r.status, c.status) << c.options << c.to;
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << r.err;
   }
-  text = read_file("ic.inp");
-  text.replace(text.find("ead = 0.1"), 9, "ead = -0.1");
-  write_file("uphill.inp", text);
-  r = rate("uphill.inp");
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("must be positive"), std::string::npos) << r.err;
-
   // Nothing of the main run and no work files in any of these.
   EXPECT_FALSE(private_dirs_left());
   for (const std::string& name : listing())

@@ -13,38 +13,30 @@ namespace {
 
 using testing::read_file;
 
+// "\n" in a field is a line end; "-" is an empty field.
 std::string unescape(const std::string& s) {
-  if (s == "-") return "";
   std::string r;
-  for (std::size_t k = 0; k < s.size(); ++k)
-    if (s.compare(k, 2, "\\n") == 0) {
-      r += '\n';
-      ++k;
-    } else {
-      r += s[k];
-    }
+  for (std::size_t k = 0; s != "-" && k < s.size(); ++k)
+    r += s.compare(k, 2, "\\n") == 0 ? (++k, '\n') : s[k];
   return r;
 }
 
-// "file:from=>to" edits joined by " && "; an empty `from` writes the file anew.
-void apply_edits(const std::string& edits) {
-  if (edits == "-") return;
-  std::string rest = edits;
-  for (;;) {
-    const std::size_t next = rest.find(" && ");
-    const std::string edit = rest.substr(0, next);
-    const std::size_t colon = edit.find(':'), arrow = edit.find("=>");
-    const std::string file = edit.substr(0, colon);
-    const std::string from = unescape(edit.substr(colon + 1, arrow - colon - 1));
-    const std::string to = unescape(edit.substr(arrow + 2));
-    std::string text = from.empty() ? "" : read_file(file);
-    if (from.empty()) text = to;
+// "file:from=>to" edits joined by " && ": every `from` replaced; an empty `from` writes the file
+// anew.
+void apply_edits(std::string edits) {
+  for (bool more = edits != "-"; more;) {
+    const std::size_t next = edits.find(" && ");
+    const std::string e = edits.substr(0, next);
+    more = next != std::string::npos;
+    if (more) edits.erase(0, next + 4);
+    const std::size_t colon = e.find(':'), arrow = e.find("=>");
+    const std::string file = e.substr(0, colon), to = unescape(e.substr(arrow + 2));
+    const std::string from = unescape(e.substr(colon + 1, arrow - colon - 1));
+    std::string text = from.empty() ? to : read_file(file);
     for (std::size_t k = 0; !from.empty() && (k = text.find(from, k)) != std::string::npos;
          k += to.size())
       text.replace(k, from.size(), to);
     testing::write_file(file, text);
-    if (next == std::string::npos) return;
-    rest = rest.substr(next + 4);
   }
 }
 

@@ -26,19 +26,6 @@ TEST(Indexx, OrderOfEqualKeys) {
             (std::vector<std::int32_t>{1, 6, 8, 7, 5, 2, 4, 3, 9}));
 }
 
-TEST(Indexx, RandomKeysWithTiesAreOrdered) {
-  std::mt19937 gen(7);
-  std::uniform_int_distribution<int> dist(0, 9);
-  for (int n : {8, 13, 50, 301}) {
-    std::vector<double> a(n);
-    for (double& x : a) x = dist(gen);
-    std::vector<std::int32_t> idx = sorted(a), seen = idx;
-    std::sort(seen.begin(), seen.end());
-    for (int k = 0; k < n; ++k) EXPECT_EQ(seen[k], k + 1);
-    for (int k = 1; k < n; ++k) EXPECT_LE(a[idx[k - 1] - 1], a[idx[k] - 1]);
-  }
-}
-
 TEST(Indexx, NotANumberKeysTerminate) {
   std::vector<double> a(40, 1.0);
   for (int i = 0; i < 40; i += 3) a[i] = std::nan("");
