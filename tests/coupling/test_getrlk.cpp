@@ -46,34 +46,6 @@ TEST(Getrlk, NewLayoutGathersThroughOrderAndFormsProducts) {
   EXPECT_EQ(p.is_exit, 0);
 }
 
-TEST(Getrlk, NewLayoutWithAllCoordinatesSkipsSix) {
-  ParameterSet p;
-  p.electyp = pad("a_long_electyp_name", 200);
-  DushinData v = three_modes();
-  std::vector<std::string> lines{"NMODE 9 coordinates", " Derivative Coupling vector", " a b irrep",
-                                 " ---"};
-  for (int k = 1; k <= 6; ++k) lines.push_back(" t t t t 99.0");
-  for (const char* c : {" m m m m 0.1", " m m m m 0.2", " m m m m 0.3"}) lines.push_back(c);
-  std::string log = run(p, v, lines);
-  EXPECT_EQ(log, "ELETYP is a_long_elect\n");
-  EXPECT_DOUBLE_EQ(v.rif(1), 0.2);
-  EXPECT_DOUBLE_EQ(v.rif(3), 0.1);
-}
-
-TEST(Getrlk, N3allCountMismatchSetsExitAfterReading) {
-  ParameterSet p;
-  p.n3all = true;
-  DushinData v = three_modes(true);
-  ::testing::internal::CaptureStdout();
-  run(p, v,
-      {"x 5", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 1", " 2 A x y 2",
-       " 3 A x y 3"});
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "For n3all = .true. case, number of modes in nacme.out should be equal to n3\nExit!\n");
-  EXPECT_EQ(p.is_exit, 1);
-  EXPECT_EQ(v.rif(1), 2.0);
-}
-
 TEST(Getrlk, OldLayoutDividesBySqrtAmuAndEvert) {
   ParameterSet p;
   p.evert = 0.5;

@@ -131,16 +131,5 @@ TEST(FastEngine, SameBitsForAnyThreadCount) {
     EXPECT_EQ(std::memcmp(runs[0].data(), runs[i].data(), runs[0].size() * sizeof(cplx)), 0);
 }
 
-TEST(FastEngine, PartOfTheGridEqualsTheSameRowsOfTheWhole) {
-  auto v = testing::random_system(8, 12, 0.5, 300.0);
-  std::vector<cplx> u_all(21), f_all(21), u_part(6), f_part(6);
-  compute_correlation(v, 20.0, 0, 20, u_all.data(), f_all.data(), false);
-  compute_correlation(v, 20.0, 7, 12, u_part.data(), f_part.data(), false);
-  for (int m = 0; m < 6; ++m) {
-    EXPECT_EQ(u_part[m], u_all[7 + m]);
-    EXPECT_EQ(f_part[m], f_all[7 + m]);
-  }
-}
-
 }  // namespace
 }  // namespace ictvcf

@@ -137,6 +137,7 @@ TEST(RateCommand, ErrorsAndTheirStatuses) {
       {"nacme.dat", "none.dat", "", 2, "ictvcf: none.dat: cannot open the file"},
       {"/", "  isgauss = .true.\n  broadentype = voigt\n  fwhm = 0.001\n/", "", 1,
        "broadentype = 'voigt' is neither"},
+      {"/", "  isgauss = .true.\n/", "", 1, "isgauss is set but no width is"},
       {"  ftfile = ft.dat\n", "", "", 2, "ftfile in the &ic_tvcf block"},
       {"ead = 0.1", "ead = -0.1", "", 2, "must be positive"},
       {"", "", "--tol 2", 2, "ictvcf rate: --tol 2: expected a relative accuracy"},

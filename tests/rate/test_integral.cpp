@@ -50,36 +50,6 @@ TEST(RateIntegral, ScanGridHoldsTheGapExactly) {
   EXPECT_NEAR(gaps.back() - gaps.front(), 2.0 / au2ev, 1e-15);
 }
 
-ParameterSet broadening(const char* shape, double degauss, double fwhm_t) {
-  ParameterSet p;
-  p.isgauss = true;
-  p.broadentype = pad(shape, 10);
-  p.degauss = degauss;
-  p.fwhm_t = fwhm_t;
-  prepare_data(p);
-  return p;
-}
-
-TEST(Damping, FromTheInputOrTheDefault) {
-  ParameterSet none;
-  const Damping def = damping_from(none);
-  EXPECT_TRUE(def.chosen_by_default);
-  EXPECT_EQ(def.shape, DampingShape::gaussian);
-  EXPECT_NEAR(line_fwhm(def) * au2cm, 100.0, 1e-9);
-  EXPECT_NEAR(damping_at(def, std::sqrt(2 * std::log(2.0)) / def.width), 0.5, 1e-15);
-
-  // A Lorentzian given by the full width of its damping in time: D(fwhm_t / 2) = 1/2.
-  const Damping lor = damping_from(broadening("lorentzian", -1.0, 800.0));
-  EXPECT_EQ(lor.shape, DampingShape::lorentzian);
-  EXPECT_NEAR(damping_at(lor, -400.0), 0.5, 1e-14);
-  EXPECT_NEAR(damping_at(lor, 400.0), 0.5, 1e-14);
-  const Damping gau = damping_from(broadening("gaussian", 0.002, -1.0));
-  EXPECT_NEAR(damping_at(gau, 1.0 / 0.002), std::exp(-0.5), 1e-15);
-
-  EXPECT_THROW(damping_from(broadening("voigt", 0.002, -1.0)), FatalError);
-  EXPECT_THROW(damping_from(broadening("gaussian", -1.0, -1.0)), FatalError);
-}
-
 // The warnings on one line C = a e^{-i w0 t}, whose rate at each gap is known: each one alone,
 // ended by "|".
 TEST(RateWarnings, EachCondition) {

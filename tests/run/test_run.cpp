@@ -18,16 +18,6 @@ using testing::read_file;
 using testing::ScratchDir;
 using testing::write_file;
 
-TEST(Table, SingleTimePointAndThreeDigitExponents) {
-  ScratchDir dir;
-  Vector<cplx> sqrtdone(1);
-  std::vector<cplx> h = assemble(0, {{1.0, 0.0}}, {{-1.5e-120, 0.0}}, sqrtdone);
-  write_table("t.dat", false, 0, 20.0, h);
-  EXPECT_EQ(read_file("t.dat"),
-            "     #time(fs)          IC_ft_Re(au)      IC_ft_Im(au)\n"
-            "       0.00000      -0.150000000-119   0.000000000E+00\n");
-}
-
 // The stamp is the time it was taken, to the millisecond, in the layout
 // (label,2X,I4,"-",I2.2,"-",I2.2," ",I2.2,":",I2.2,":",I2.2,".",I3.3).
 TEST(StampLine, TheTimeToTheMillisecond) {

@@ -72,17 +72,6 @@ TEST(ReadDush, Layout1ModesAndMatrices) {
   EXPECT_TRUE(v.iscal(1, 2) && v.iscal(2, 1));
 }
 
-TEST(ReadDush, RecordsSpanLinesWithRepeatCountsAndCommas) {
-  ScratchDir dir;
-  write_file("dush.dat", layout1(" 1 m A\n 500.0 10.0 | 2*0.5\n | 480.0 9.0 | 0.2,2.0 8 8\n"
-                                 " 2 m A 1000.0 -12.0 | 0.1 1.0 | 990.0 -11.0 | 0.2 2.0 7 7\n"));
-  DushinData v;
-  run_reader(params(), v);
-  EXPECT_DOUBLE_EQ(v.omegae(1), 480.0 / kCm);
-  EXPECT_EQ(v.order(1, 2), 8);
-  EXPECT_EQ(v.order(2, 1), 7);
-}
-
 TEST(ReadDush, DushinFalseLeavesIdentityAndNoMatrixNeeded) {
   ScratchDir dir;
   write_file("dush.dat", layout1(kModes, "no matrices here\n"));
@@ -144,52 +133,6 @@ TEST(ReadDush, MissingMarkersShortFilesAndBadValues) {
   };
   for (const auto& [file, p, expected] : cases)
     EXPECT_EQ(outcome(file, p).substr(0, expected.size()), expected);
-}
-
-TEST(ReadDush, N3allKeepsAllCoordinatesAndSkipsThreeRecords) {
-  ScratchDir dir;
-  write_file("dush.dat", "     2  num of modes\n  BEGIN_OUTPUT_1\n a\n b\n c\n" + kModes +
-                             "  BEGIN_DUSH_DATA_1\n h\n r1\n 0.6 0.8\n r2\n -0.8 0.6\n"
-                             "  BEGIN_DUSH_DATA_2\n h\n r1\n 1 0\n r2\n 0 1\n");
-  ParameterSet p = params();
-  p.n3all = true;
-  p.dush12 = 1;
-  DushinData v;
-  run_reader(p, v);
-  EXPECT_EQ(v.nmode, 2);
-  EXPECT_EQ(v.s(2, 1), -0.8);
-}
-
-TEST(ReadDush, ColumnLayoutReadsFort2AndRowsFromDataFile) {
-  ScratchDir dir;
-  std::string fort2 = "t1\nt2\nt3\nh4\nh5\nh6\nh7\nh8\nh9\n";
-  fort2 += "        520.0                500.0                        1.250000\n";
-  fort2 += "       1010.0                980.0                       -800000  \n";
-  fort2 += "other\nDushin Matrix S follows\nskipped\n";
-  write_file("fort.2", fort2);
-  std::string data = "     8  num of modes\n";
-  for (int i = 1; i <= 8; ++i) {
-    data += " row\n";
-    for (int j = 1; j <= 8; ++j) data += i == j ? " 1.0" : (i == 8 && j == 7 ? " 0.3" : " 0.0");
-    data += "\n";
-  }
-  write_file("dush.dat", data);
-  ParameterSet p = params();
-  p.dushtype = 2;
-  p.dush12 = 1;
-  DushinData v;
-  run_reader(p, v);
-  EXPECT_DOUBLE_EQ(v.omegag(1), 520.0 / kCm);
-  EXPECT_DOUBLE_EQ(v.d1(1), 1.25 / std::sqrt(500.0 / kCm));
-  EXPECT_DOUBLE_EQ(v.d1(2), -0.8 / std::sqrt(980.0 / kCm));  // six implied decimals
-  EXPECT_EQ(v.d2(2), v.d1(2));
-  EXPECT_EQ(v.order(2, 1), 8);
-  EXPECT_EQ(v.s(2, 1), 0.3);
-  EXPECT_EQ(v.s2(2, 1), 0.0);  // the second matrix is never read in this layout
-
-  std::filesystem::remove("fort.2");
-  DushinData w;
-  EXPECT_THROW(run_reader(p, w), IoError);
 }
 
 // The adjustments of the modes as read (first mode: 500 and 480 cm-1, D 10 and 9): samefreq and
