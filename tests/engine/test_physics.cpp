@@ -73,24 +73,5 @@ TEST(ClosedForm, EqualFrequenciesOnTheRunsPathFrom0To2000K) {
   for (double temp : {0.0, 2.0, 300.0, 2000.0}) check_closed_form("closed_T10", temp);
 }
 
-// At t = 0 the correlation function is the thermal average of (sum_k rif_k p_k)^2, which does
-// not depend on the displacement or on the final state's frequencies.
-TEST(ClosedForm, TimeZeroIdentityWithRotationAndDistortion) {
-  testing::Loaded l = testing::load_case(std::string(ICTVCF_TEST_PHYSICS) + "/inv_base");
-  const std::vector<cplx> table = table_of(l, true);
-  const DushinData& v = l.v;
-  const double beta = kelvin_per_hartree / l.p.temp;
-  double c0 = 0.0;
-  for (int k = 1; k <= v.nmode; ++k)
-    for (int m = 1; m <= v.nmode; ++m)
-      for (int j = 1; j <= v.nmode; ++j) {
-        const double w = v.omegae(j);
-        c0 += v.rif(k) * v.rif(m) * v.s(j, k) * v.s(j, m) * (w / 2) / std::tanh(beta * w / 2);
-      }
-  const cplx got = table[l.p.nt];
-  EXPECT_NEAR(got.real(), c0, 1e-7 * std::fabs(c0));
-  EXPECT_LE(std::fabs(got.imag()), 1e-7 * std::fabs(got.real()));
-}
-
 }  // namespace
 }  // namespace ictvcf

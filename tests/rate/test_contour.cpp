@@ -171,24 +171,16 @@ TEST(Contour, EstimatedErrorBoundsTheTrueOne) {
   }
 }
 
+// No damping, a negative temperature, no coupling (C vanishes on the imaginary axis: no saddle).
 TEST(Contour, InputsThatCannotGiveARate) {
-  EngineInputs in = inputs(kMolecule, 300.0);
+  EngineInputs cold = inputs(kMolecule, -5.0), uncoupled = inputs(kMolecule, 300.0);
+  for (double& r : uncoupled.rif) r = 0.0;
+  testing::couple(uncoupled);
   const double gap = 0.1;
-  {
-    EngineContext ctx(in);
-    EXPECT_THROW(contour_rates(ctx, {0.0, 1e-6}, std::span<const double>(&gap, 1)), FatalError);
+  for (auto [in, sigma] : {std::pair{&uncoupled, 0.0}, {&cold, 1e-3}, {&uncoupled, 1e-3}}) {
+    EngineContext ctx(*in);
+    EXPECT_THROW(contour_rates(ctx, {sigma, 1e-6}, std::span<const double>(&gap, 1)), FatalError);
   }
-  in.temp = -5.0;
-  {
-    EngineContext ctx(in);
-    EXPECT_THROW(contour_rates(ctx, {1e-3, 1e-6}, std::span<const double>(&gap, 1)), FatalError);
-  }
-  // No coupling: C vanishes on the whole imaginary axis, there is no saddle to stand on.
-  in = inputs(kMolecule, 300.0);
-  for (double& r : in.rif) r = 0.0;
-  testing::couple(in);
-  EngineContext ctx(in);
-  EXPECT_THROW(contour_rates(ctx, {1e-3, 1e-6}, std::span<const double>(&gap, 1)), FatalError);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <sstream>
 
@@ -100,14 +101,15 @@ std::string compare_tables(const std::string& expected, const std::string& actua
 
 }  // namespace
 
-std::string strip_stamp(const std::string& line) {
-  static const std::regex stamp(R"(^(Begin:  |End:    )\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}$)");
-  return std::regex_replace(line, stamp, "$1<stamp>");
+// The values of the "Begin:" and "End:" time stamps masked, their place and layout kept.
+std::string mask_stamps(const std::string& text) {
+  static const std::regex stamp(R"((Begin:  |End:    )\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\n)");
+  return is_binary(text) ? text : std::regex_replace(text, stamp, "$1<stamp>\n");
 }
 
-std::vector<std::string> check_case(const std::string& exe, const std::string& case_dir,
-                                    double rtol, double t0_rtol, const std::string& launcher) {
-  std::vector<std::string> problems, inputs;
+std::map<std::string, std::string> run_case(const std::string& exe, const std::string& case_dir,
+                                            const std::string& launcher) {
+  std::vector<std::string> inputs{".case-stdout"};
   ScratchDir dir;
   for (const auto& ent : fs::directory_iterator(case_dir))
     if (ent.is_regular_file() && ent.path().filename() != "cmd") {
@@ -116,51 +118,56 @@ std::vector<std::string> check_case(const std::string& exe, const std::string& c
     }
   const std::string arg = lines_of(read_file(case_dir + "/cmd")).at(0);
   const int raw =
-      std::system((launcher + " '" + exe + "' '" + arg + "' >.case-stdout 2>.case-stderr").c_str());
-  const int status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  const std::string out = read_file(".case-stdout"), err = read_file(".case-stderr");
-  fs::remove(".case-stdout");
-  fs::remove(".case-stderr");
-
-  const std::string exp = case_dir + "/expected/";
-  if (status != std::stoi(read_file(exp + "status.txt")))
-    problems.push_back("exit status " + std::to_string(status) + " (stderr: " + err + ")");
-  if (out != read_file(exp + "stdout.txt")) problems.push_back("standard output differs:\n" + out);
-  std::vector<std::string> left, want_left;
+      std::system((launcher + " '" + exe + "' '" + arg + "' >.case-stdout 2>/dev/null").c_str());
+  std::map<std::string, std::string> out{
+      {"<status>", std::to_string(WIFEXITED(raw) ? WEXITSTATUS(raw) : -1)},
+      {"<stdout>", read_file(".case-stdout")}};
   for (const std::string& f : dot_files())
-    if (std::find(inputs.begin(), inputs.end(), f) == inputs.end()) left.push_back(f);
+    if (std::find(inputs.begin(), inputs.end(), f) == inputs.end()) out["<leftovers>"] += f + "\n";
+  for (const auto& ent : fs::directory_iterator("."))
+    if (std::find(inputs.begin(), inputs.end(), ent.path().filename()) == inputs.end())
+      out[ent.path().filename().string()] = mask_stamps(read_file(ent.path().string()));
+  return out;
+}
+
+std::vector<std::string> check_case(const std::string& exe, const std::string& case_dir,
+                                    double rtol, double t0_rtol, const std::string& launcher) {
+  std::vector<std::string> problems;
+  std::map<std::string, std::string> run = run_case(exe, case_dir, launcher);
+  const std::string exp = case_dir + "/expected/";
+  if (run["<status>"] != lines_of(read_file(exp + "status.txt")).at(0))
+    problems.push_back("exit status " + run["<status>"]);
+  if (run["<stdout>"] != read_file(exp + "stdout.txt"))
+    problems.push_back("standard output differs:\n" + run["<stdout>"]);
+  std::vector<std::string> want_left;
   for (const std::string& f : lines_of(read_file(exp + "leftovers.txt")))
     if (!f.empty()) want_left.push_back(f);
   std::sort(want_left.begin(), want_left.end());
-  if (left != want_left) problems.push_back("leftover dot-files differ");
+  if (lines_of(run["<leftovers>"]) != want_left) problems.push_back("leftover dot-files differ");
 
   for (const auto& ent : fs::directory_iterator(exp)) {
     const std::string name = ent.path().filename().string();
     if (name == "status.txt" || name == "stdout.txt" || name == "leftovers.txt") continue;
-    if (!exists(name)) {
+    if (!run.count(name)) {
       problems.push_back(name + " was not written");
       continue;
     }
-    const std::string e = read_file(ent.path().string()), a = read_file(name);
+    const std::string e = mask_stamps(read_file(ent.path().string())), &a = run[name];
     const std::size_t first = e.find_first_not_of(' ');
     if (is_binary(e) || (first != std::string::npos && e.compare(first, 9, "#time(fs)") == 0)) {
       if (std::string why = compare_tables(e, a, rtol, t0_rtol); !why.empty())
         problems.push_back(name + ": " + why);
       continue;
     }
-    // Line by line, stamps masked; the line ends must agree too.
     const std::vector<std::string> el = lines_of(e), al = lines_of(a);
-    for (std::size_t i = 0; i < std::max(el.size(), al.size()); ++i) {
-      const std::string x = i < el.size() ? strip_stamp(el[i]) : "<none>";
-      const std::string y = i < al.size() ? strip_stamp(al[i]) : "<none>";
-      if (x != y) {
-        problems.push_back(name + " line " + std::to_string(i + 1) + ": expected |" + x +
-                           "| got |" + y + "|");
+    for (std::size_t i = 0; i < std::max(el.size(), al.size()) && e != a; ++i)
+      if (i >= el.size() || i >= al.size() || el[i] != al[i]) {
+        problems.push_back(name + " line " + std::to_string(i + 1) + ": expected |" +
+                           (i < el.size() ? el[i] : "") + "| got |" + (i < al.size() ? al[i] : "") +
+                           "|");
         break;
       }
-    }
-    if (!e.empty() && !a.empty() && (e.back() == '\n') != (a.back() == '\n'))
-      problems.push_back(name + " differs in its last line end");
+    if (e != a && el == al) problems.push_back(name + " differs in its line ends");
   }
   return problems;
 }

@@ -4,17 +4,20 @@
 // largest value (the t = 0 row, where the propagators nearly cancel, with its own tolerance).
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
 namespace ictvcf::testing {
 
-// A "Begin:"/"End:" time-stamp line with its value masked; other lines unchanged.
-std::string strip_stamp(const std::string& line);
+// Runs `exe` (after `launcher`, e.g. "mpirun -np 2") on a scratch copy of the case directory
+// (inputs, `cmd`): "<status>", "<stdout>", "<leftovers>" (the new dot-files, one a line) and the
+// contents of every file the run wrote, the values of its time stamps masked.
+std::map<std::string, std::string> run_case(const std::string& exe, const std::string& case_dir,
+                                            const std::string& launcher = "");
 
-// Runs `exe` on the case directory `case_dir` (inputs, `cmd`, `expected/`) in a scratch copy and
-// returns the list of differences (empty: the case passes). `launcher` goes before the program
-// (e.g. "mpirun -np 2").
+// The run of the case against its expected/ (status.txt, stdout.txt, leftovers.txt and the files
+// written): the list of differences (empty: the case passes).
 std::vector<std::string> check_case(const std::string& exe, const std::string& case_dir,
                                     double rtol = 1e-8, double t0_rtol = 1e-5,
                                     const std::string& launcher = "");
