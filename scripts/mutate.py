@@ -175,14 +175,14 @@ def main(argv):
     os.makedirs(logs, exist_ok=True)
     build_cmd = ['cmake', '--build', build, '-j', jobs]
     test_cmd = ['ctest', '--test-dir', build, '--stop-on-failure', '--timeout', '120', '-j', jobs]
+    for s in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(s, on_signal)
     print('building and testing the unchanged sources ...', flush=True)
     if run(build_cmd, 3600, os.path.join(logs, 'baseline-build.log'))[0] != 0:
         sys.exit('the unchanged sources do not build: see ' + logs + '/baseline-build.log')
     if run(test_cmd, limit, os.path.join(logs, 'baseline-test.log'))[0] != 0:
         sys.exit('the suite fails without a fault: see ' + logs + '/baseline-test.log')
 
-    for s in (signal.SIGTERM, signal.SIGHUP):
-        signal.signal(s, on_signal)
     results = []
     print('%3s  %-28s %-13s %6s  %s' % ('#', 'fault', 'result', 'time', 'detail'), flush=True)
     try:
