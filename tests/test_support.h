@@ -1,9 +1,12 @@
-// Shared test helpers: a scratch working directory, file writing and reading.
+// Shared test helpers: a scratch working directory, file writing and reading, running the
+// program.
 #pragma once
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -51,6 +54,22 @@ inline std::vector<std::string> dot_files() {
   for (const auto& e : std::filesystem::directory_iterator("."))
     if (e.path().filename().string()[0] == '.') r.push_back(e.path().filename().string());
   std::sort(r.begin(), r.end());
+  return r;
+}
+
+struct Result {
+  int status;
+  std::string out, err;
+};
+
+// Runs the program with `args` in the current directory (`env`: variable assignments for it), at
+// most two minutes; its output goes through out.txt and err.txt, removed afterwards.
+inline Result run_exe(const std::string& args, const std::string& env = "") {
+  const std::string cmd = env + " timeout 120 '" + ICTVCF_EXE + "' " + args + " >out.txt 2>err.txt";
+  const int raw = std::system(cmd.c_str());
+  Result r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read_file("out.txt"), read_file("err.txt")};
+  std::filesystem::remove("out.txt");
+  std::filesystem::remove("err.txt");
   return r;
 }
 

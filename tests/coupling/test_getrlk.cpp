@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 #include "coupling/getrlk.h"
 #include "test_support.h"
@@ -8,8 +9,6 @@
 
 namespace ictvcf {
 namespace {
-
-using testing::ScratchDir;
 
 // Three modes (n3 = 9) whose source numbers are 8, 9, 7: mode 1 of the store is mode 2 of the
 // source list (after the six translations and rotations), and so on.
@@ -47,127 +46,65 @@ TEST(Getrlk, NewLayoutGathersThroughOrderAndFormsProducts) {
   EXPECT_EQ(p.is_exit, 0);
 }
 
-TEST(Getrlk, NewLayoutWithAllCoordinatesSkipsSix) {
+TEST(Getrlk, OldLayoutDividesBySqrtAmuAndEvert) {
   ParameterSet p;
-  p.electyp = pad("a_long_electyp_name", 200);
-  DushinData v = three_modes();
-  std::vector<std::string> lines{"NMODE 9 coordinates", " Derivative Coupling vector", " a b irrep",
-                                 " ---"};
-  for (int k = 1; k <= 6; ++k) lines.push_back(" t t t t 99.0");
-  for (const char* c : {" m m m m 0.1", " m m m m 0.2", " m m m m 0.3"}) lines.push_back(c);
-  std::string log = run(p, v, lines);
-  EXPECT_EQ(log, "ELETYP is a_long_elect\n");
-  EXPECT_DOUBLE_EQ(v.rif(1), 0.2);
-  EXPECT_DOUBLE_EQ(v.rif(3), 0.1);
-}
-
-TEST(Getrlk, N3allCountMismatchSetsExitAfterReading) {
-  ParameterSet p;
-  p.n3all = true;
-  DushinData v = three_modes(true);
-  ::testing::internal::CaptureStdout();
-  run(p, v,
-      {"x 5", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 1", " 2 A x y 2",
-       " 3 A x y 3"});
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "For n3all = .true. case, number of modes in nacme.out should be equal to n3\nExit!\n");
-  EXPECT_EQ(p.is_exit, 1);
-  EXPECT_EQ(v.rif(1), 2.0);
-}
-
-TEST(Getrlk, OldLayoutConvertsAndKeywordInColumnOneIsOld) {
-  ParameterSet p;
-  p.evert = 1.0;
+  p.evert = 0.5;
   DushinData v = three_modes();
   run(p, v, {"m7 42.69529868732622", " m8 85.39059737465244", " m9 0.0"});
-  EXPECT_DOUBLE_EQ(v.rif(3), 1.0);  // source mode 1 is store mode 3
-  EXPECT_DOUBLE_EQ(v.rif(1), 2.0);
+  EXPECT_DOUBLE_EQ(v.rif(3), 2.0);  // source mode 1 is store mode 3
+  EXPECT_DOUBLE_EQ(v.rif(1), 4.0);
   EXPECT_EQ(v.rif(2), 0.0);
-  // The keyword starting in column 1 does not make the new layout: the first line is then read
-  // as an old-layout value line, and "Coupling" is not a number.
-  DushinData u = three_modes();
-  try {
-    run(p, u, {"Derivative Coupling 1.0", " a b irrep", "-", " 1 A x y 0.1"});
-    FAIL();
-  } catch (const IoError& e) {
-    EXPECT_NE(std::string(e.what()).find("coupling of mode 1 of 3"), std::string::npos);
-  }
-
-  p.n3all = true;
-  DushinData w = three_modes(true);
-  try {
-    run(p, w, {" m 1", " m 2", " m 3"});
-    FAIL();
-  } catch (const StopRun& e) {
-    EXPECT_EQ(e.status, 0);
-    EXPECT_EQ(e.out, "n3all=.true. is not implemented for old elecoupling file!\nExit!\n");
-  }
 }
 
-TEST(Getrlk, BadValueStopsButEndOfFileIsInputError) {
+// How reading ends: a described stop (status and message) or an input/output error (line and
+// what was expected).
+std::string outcome(bool n3all, const std::vector<std::string>& lines, int order2 = 0) {
   ParameterSet p;
-  DushinData v = three_modes();
+  p.n3all = n3all;
+  DushinData v = three_modes(n3all);
+  if (order2) v.order(2, 1) = order2;
+  try {
+    run(p, v, lines);
+  } catch (const StopRun& e) {
+    return std::to_string(e.status) + ": " + e.out;
+  } catch (const IoError& e) {
+    return "line " + std::to_string(e.line) + ": " + e.what();
+  }
+  return "read";
+}
+
+TEST(Getrlk, StopsAndInputErrors) {
   const std::vector<std::string> head{"n 3", " Derivative Coupling x", " a b irrep", "-"};
-  std::vector<std::string> bad = head;
-  bad.insert(bad.end(), {" 1 A x y 0.1", " 2 A x y abc", " 3 A x y 0.3"});
-  try {
-    run(p, v, bad);
-    FAIL();
-  } catch (const StopRun& e) {
-    EXPECT_EQ(e.out, "Error in reading coupling file, stop!\n");
-    EXPECT_EQ(e.status, 0);
-  }
-  std::vector<std::string> short_file = head;
-  short_file.push_back(" 1 A x y 0.1");
-  DushinData w = three_modes();
-  EXPECT_THROW(run(p, w, short_file), IoError);
-  DushinData u = three_modes();
-  EXPECT_THROW(run(p, u, {"n 3", " Derivative Coupling", " no marker here"}), IoError);
-  DushinData e = three_modes();
-  EXPECT_THROW(run(p, e, {}), IoError);  // an empty file
-}
-
-TEST(Getrlk, ModeNumberOutsideTheListIsAClearError) {
-  ParameterSet p;
-  DushinData v = three_modes();
-  v.order(2, 1) = 12;
-  try {
-    run(p, v,
-        {"n 3", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 0.1", " 2 A x y 0.2",
-         " 3 A x y 0.3"});
-    FAIL();
-  } catch (const IoError& e) {
-    EXPECT_NE(std::string(e.what()).find("numbered 12"), std::string::npos);
-  }
-}
-
-TEST(Getrlk, DerivativeCouplingsScatterThroughOrder) {
-  ScratchDir dir;
-  std::string m;
-  for (int i = 1; i <= 9; ++i) {
-    for (int j = 1; j <= 9; ++j) {
-      m += ' ';
-      m += std::to_string(i == j ? i : 0);
-    }
-    m += "\n";
-  }
-  testing::write_file("dc.dat", m);
-  ParameterSet p;
-  p.if_dcoupl = true;
-  p.dcouplfile = pad("dc.dat", 100);
-  DushinData v = three_modes();
-  run(p, v,
-      {"n 3", " Derivative Coupling x", " a b irrep", "-", " 1 A x y 0.1", " 2 A x y 0.2",
-       " 3 A x y 0.3"});
-  // Row 7 of the file (store mode 1) goes to row order(1,1) - 6 = 2.
-  EXPECT_EQ(v.dr(2, 2), 7.0);
-  EXPECT_EQ(v.dr(3, 3), 8.0);
-  EXPECT_EQ(v.dr(1, 1), 9.0);
-  EXPECT_DOUBLE_EQ(v.r1(1, 2), v.dr(2, 2) * v.rif(1));
-  EXPECT_DOUBLE_EQ(v.r2(1, 3), v.dr(1, 1) * v.dr(3, 3));
-  p.dcouplfile = pad("missing.dat", 100);
-  DushinData w = three_modes();
-  EXPECT_THROW(run(p, w, {}), IoError);
+  auto with = [&](std::vector<std::string> tail) {
+    tail.insert(tail.begin(), head.begin(), head.end());
+    return tail;
+  };
+  const std::tuple<bool, std::vector<std::string>, int, std::string> cases[] = {
+      {false, with({" 1 A x y 0.1", " 2 A x y abc", " 3 A x y 0.3"}), 0,
+       "0: Error in reading coupling file, stop!\n"},
+      {false, with({" 1 A x y 0.1"}), 0,
+       "line 5: expected the coupling of mode 2 of 3 (four words and a number) (end of file)"},
+      {false,
+       {"n 3", " Derivative Coupling", " no marker here"},
+       0,
+       "line 3: expected a heading line whose third word is 'irrep' (end of file)"},
+      {false, {}, 0, "line 1: end of file while searching for 'Derivative Coupling'"},
+      // The keyword from column 1 does not make the new layout: "Derivative" is then a word
+      // before the old layout's first value, and "Coupling" is not a number.
+      {false,
+       {"Derivative Coupling 1.0", " a b irrep", "-", " 1 A x y 0.1"},
+       0,
+       "line 1: expected the coupling of mode 1 of 3 (Bad real number in item 2 of list input)"},
+      {true,
+       {" m 1", " m 2", " m 3"},
+       0,
+       "0: n3all=.true. is not implemented for old elecoupling file!\nExit!\n"},
+      {false, with({" 1 A x y 0.1", " 2 A x y 0.2", " 3 A x y 0.3"}), 12,
+       "line 0: expected mode numbers 7 to 9 in the mode list, but mode 2 is numbered 12, outside "
+       "the coupling list"},
+  };
+  for (const auto& [n3all, lines, order2, expected] : cases)
+    EXPECT_EQ(outcome(n3all, lines, order2), expected);
 }
 
 }  // namespace

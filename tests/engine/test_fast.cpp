@@ -2,13 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <random>
 
 #include "engine/engine.h"
 #include "engine/engine_support.h"
+#include "rate/integral.h"
 #include "run/table.h"
 #include "support/synthetic.h"
 
@@ -17,39 +15,27 @@ namespace {
 
 using cplx = std::complex<double>;
 
-std::vector<cplx> table(const EngineInputs& in, double dt, std::int64_t nt, bool fast,
-                        int threads = 0, bool exact = false) {
+std::vector<cplx> table(const EngineInputs& in, double dt, std::int64_t nt, bool fast) {
   std::vector<cplx> usqrt(nt + 1), ft(nt + 1);
   if (fast)
-    compute_correlation(in, dt, 0, nt, usqrt.data(), ft.data(), exact, threads);
+    compute_correlation(in, dt, 0, nt, usqrt.data(), ft.data());
   else
-    getintegratedata(in, dt, 0, nt, usqrt.data(), ft.data(), exact);
+    getintegratedata(in, dt, 0, nt, usqrt.data(), ft.data());
   Vector<cplx> sqrtdone(nt + 1);
   return assemble(nt, usqrt, ft, sqrtdone);
 }
 
-// Largest difference relative to the table's largest value: (t = 0 row, all other rows).
-std::pair<double, double> scaled_difference(const std::vector<cplx>& a,
-                                            const std::vector<cplx>& b) {
-  double scale = 0.0, zero = 0.0, rest = 0.0;
-  for (const cplx& c : a) scale = std::max({scale, std::fabs(c.real()), std::fabs(c.imag())});
-  const std::size_t middle = a.size() / 2;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    const double d =
-        std::max(std::fabs(a[i].real() - b[i].real()), std::fabs(a[i].imag() - b[i].imag())) /
-        scale;
-    (i == middle ? zero : rest) = std::max(i == middle ? zero : rest, std::isnan(d) ? 1e300 : d);
-  }
-  return {zero, rest};
-}
-
+// The two engines' tables agree within 1e-10 of the largest value, and within 1e-5 on the t = 0
+// row, whose evaluation at dt * 1e-5 cancels terms of order 1/t^2.
 void expect_same_table(const EngineInputs& in, double dt, std::int64_t nt,
                        const std::string& what) {
-  auto [zero, rest] = scaled_difference(table(in, dt, nt, false), table(in, dt, nt, true));
-  if (std::getenv("ICTVCF_SHOW_DIFF"))
-    std::printf("%s: t=0 row %.2e, other rows %.2e\n", what.c_str(), zero, rest);
-  EXPECT_LE(zero, 1e-5) << what;
-  EXPECT_LE(rest, 1e-10) << what;
+  const std::vector<cplx> a = table(in, dt, nt, false), b = table(in, dt, nt, true);
+  double scale = 0.0;
+  for (const cplx& c : a) scale = std::max({scale, std::fabs(c.real()), std::fabs(c.imag())});
+  for (std::size_t i = 0; i < a.size(); ++i)
+    EXPECT_LE(std::max(std::fabs(a[i].real() - b[i].real()), std::fabs(a[i].imag() - b[i].imag())),
+              (i == a.size() / 2 ? 1e-5 : 1e-10) * scale)
+        << what << " row " << i;
 }
 
 TEST(FastEngine, MatchesReferenceOnRandomSystems) {
@@ -93,12 +79,42 @@ TEST(FastEngine, GeneralMaskAndCouplingMatrix) {
   for (const cplx& c : f) EXPECT_EQ(c, cplx(0.0, 0.0));
 }
 
-TEST(FastEngine, ExactFunctionKeepsTheImaginaryPart) {
-  auto v = testing::random_system(10, 9, 0.6, 300.0);
-  auto [zero, rest] =
-      scaled_difference(table(v, 30.0, 30, false, 0, true), table(v, 30.0, 30, true, 0, true));
-  EXPECT_LE(zero, 1e-5);
-  EXPECT_LE(rest, 1e-10);
+// Near t = 2 * 2 pi / omega of the softer final-state mode both g = -omega tan(omega t / 2) are
+// small against the off-diagonal of b - a, and the symmetric factorisation of b - a takes a 2x2
+// block for t = 11870 ... 12000 au (found by scanning the factorisation's pivots). Its determinant
+// enters the determinant term: the fast engine there against the reference engine, which
+// factorises with row interchanges instead.
+TEST(FastEngine, TwoByTwoBlockOfTheSymmetricFactorisation) {
+  const double c = std::cos(0.7), s = std::sin(0.7);
+  const EngineInputs v = testing::modes({698.4, 228.9}, {606.2, 188.8}, {9.0, -14.0}, {0.02, -0.01},
+                                        1000.0, {{c, -s}, {s, c}});
+  const std::int64_t from = 1180, to = 1205;
+  std::vector<cplx> u_fast(to - from + 1), f_fast(u_fast.size()), u_ref(u_fast.size()),
+      f_ref(u_fast.size());
+  compute_correlation(v, 10.0, from, to, u_fast.data(), f_fast.data(), true);
+  getintegratedata(v, 10.0, from, to, u_ref.data(), f_ref.data(), true);
+  double largest = 0.0;
+  for (const cplx& f : f_ref) largest = std::max(largest, std::abs(f));
+  for (std::size_t m = 0; m < u_fast.size(); ++m) {
+    EXPECT_LT(std::abs(u_fast[m] - u_ref[m]), 1e-9 * std::abs(u_ref[m])) << "step " << from + m;
+    EXPECT_LT(std::abs(f_fast[m] - f_ref[m]), 1e-9 * largest) << "step " << from + m;
+  }
+}
+
+// The exact function of the rate command on a grid too coarse for the determinant term's argument
+// (it turns by 5 rad in the first step) equals the same times of a fine grid: the square root's
+// branch is followed through midpoints.
+TEST(FastEngine, BranchFollowedOnACoarseGrid) {
+  const EngineInputs v = testing::random_system(40, 11, 0.7, 300.0);
+  EngineContext ctx(v);
+  std::vector<std::string> warnings;
+  const std::vector<cplx> fine = exact_correlation(ctx, 2.0, 150, warnings);
+  const std::vector<cplx> coarse = exact_correlation(ctx, 100.0, 3, warnings);
+  EXPECT_TRUE(warnings.empty());
+  double largest = 0.0;
+  for (const cplx& c : fine) largest = std::max(largest, std::abs(c));
+  for (std::size_t k = 0; k < coarse.size(); ++k)
+    EXPECT_LT(std::abs(coarse[k] - fine[50 * k]), 1e-10 * largest) << "t = " << 100.0 * k;
 }
 
 TEST(FastEngine, SameBitsForAnyThreadCount) {
@@ -113,17 +129,6 @@ TEST(FastEngine, SameBitsForAnyThreadCount) {
   }
   for (std::size_t i = 1; i < runs.size(); ++i)
     EXPECT_EQ(std::memcmp(runs[0].data(), runs[i].data(), runs[0].size() * sizeof(cplx)), 0);
-}
-
-TEST(FastEngine, PartOfTheGridEqualsTheSameRowsOfTheWhole) {
-  auto v = testing::random_system(8, 12, 0.5, 300.0);
-  std::vector<cplx> u_all(21), f_all(21), u_part(6), f_part(6);
-  compute_correlation(v, 20.0, 0, 20, u_all.data(), f_all.data(), false);
-  compute_correlation(v, 20.0, 7, 12, u_part.data(), f_part.data(), false);
-  for (int m = 0; m < 6; ++m) {
-    EXPECT_EQ(u_part[m], u_all[7 + m]);
-    EXPECT_EQ(f_part[m], f_all[7 + m]);
-  }
 }
 
 }  // namespace

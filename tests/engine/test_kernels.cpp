@@ -1,3 +1,5 @@
+// The thermal product of the run (a scaled product whose tiny factors are zeroed) and the
+// continuous square root of the table's determinant terms.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -11,75 +13,29 @@ namespace ictvcf {
 namespace {
 
 using cplx = std::complex<double>;
-const double kInf = std::numeric_limits<double>::infinity();
 
-TEST(Rdetm, WorkedExamples) {
+TEST(Rdetm, ScaledProductZeroesFactorsBelow1em127) {
+  struct Row {
+    std::vector<double> a;
+    double mantissa, exponent;
+  };
+  const double inf = std::numeric_limits<double>::infinity();
+  for (const Row& r : std::vector<Row>{{{2.0, 5.0, 0.3}, 3.0, 0.0},
+                                       {{0.5}, 5.0, -1.0},
+                                       {{1e-120}, 1.0, -120.0},  // kept: the threshold is 1e-127
+                                       {{1e-200, 7.0}, 0.0, 0.0},
+                                       {std::vector<double>(300, 1e200), 1.0, 60000.0},
+                                       {{2.0, inf, 3.0}, inf, 0.0}}) {
+    std::vector<double> a = r.a;
+    double det[2];
+    rdetm(a.data(), static_cast<int>(a.size()), det);
+    EXPECT_TRUE(det[0] == r.mantissa || std::fabs(det[0] - r.mantissa) < 1e-9) << r.a[0];
+    EXPECT_EQ(det[1], r.exponent) << r.a[0];
+  }
+  std::vector<double> a{2.0, std::nan(""), 3.0};  // must not loop forever
   double det[2];
-  std::vector<double> a{2.0, 5.0, 0.3};
-  rdetm(a.data(), 3, det);
-  EXPECT_DOUBLE_EQ(det[0], 3.0);
-  EXPECT_EQ(det[1], 0.0);
-
-  a = {1e-200, 7.0};  // below 1e-127: zeroed in place, and the product stops there
-  rdetm(a.data(), 2, det);
-  EXPECT_EQ(det[0], 0.0);
-  EXPECT_EQ(det[1], 0.0);
-  EXPECT_EQ(a[0], 0.0);
-  EXPECT_EQ(a[1], 7.0);
-
-  a = {0.5};
-  rdetm(a.data(), 1, det);
-  EXPECT_EQ(det[0], 5.0);
-  EXPECT_EQ(det[1], -1.0);
-
-  a = {1e-120};  // kept: the threshold is 1e-127
-  rdetm(a.data(), 1, det);
-  EXPECT_NEAR(det[0], 1.0, 1e-12);
-  EXPECT_EQ(det[1], -120.0);
-
-  rdetm(nullptr, 0, det);
-  EXPECT_EQ(det[0], 1.0);
-  EXPECT_EQ(det[1], 0.0);
-}
-
-TEST(Rdetm, ExponentsBeyondTheDoubleRange) {
-  std::vector<double> a(300, 1e200);
-  double det[2];
-  rdetm(a.data(), 300, det);
-  EXPECT_NEAR(det[0], 1.0, 1e-9);
-  EXPECT_EQ(det[1], 60000.0);
-}
-
-TEST(Rdetm, NonFiniteFactorEndsNormalisation) {
-  double det[2];
-  std::vector<double> a{2.0, kInf, 3.0};
-  rdetm(a.data(), 3, det);  // must not loop forever
-  EXPECT_TRUE(std::isinf(det[0]));
-  a = {2.0, std::nan(""), 3.0};
   rdetm(a.data(), 3, det);
   EXPECT_TRUE(std::isnan(det[0]));
-}
-
-TEST(Zdetm, WorkedExamples) {
-  cplx det[2];
-  std::vector<cplx> a{{0.0, 1.0}, {0.0, 1.0}};
-  zdetm(a.data(), 2, det);
-  EXPECT_EQ(det[0], cplx(-1.0, 0.0));
-  EXPECT_EQ(det[1], cplx(0.0, 0.0));
-  a = {{30.0, 40.0}, {0.0, 0.0}, {5.0, 0.0}};  // |50| -> 5 * 10^1, then zero stops the product
-  zdetm(a.data(), 3, det);
-  EXPECT_EQ(det[0], cplx(0.0, 0.0));
-  EXPECT_EQ(det[1], cplx(1.0, 0.0));
-  a = {{kInf, 0.0}, {2.0, 0.0}};
-  zdetm(a.data(), 2, det);
-  EXPECT_FALSE(std::isfinite(std::abs(det[0])));
-}
-
-TEST(Theta, QuadrantsAndAxis) {
-  EXPECT_EQ(theta({1.0, 0.0}), 0.0);
-  EXPECT_DOUBLE_EQ(theta({-1.0, 0.0}), M_PI);
-  EXPECT_DOUBLE_EQ(theta({0.0, -2.0}), -M_PI / 2);
-  EXPECT_TRUE(std::isnan(theta({0.0, 0.0})));
 }
 
 std::vector<cplx> roots(const std::vector<cplx>& z) {
@@ -95,8 +51,13 @@ std::vector<cplx> path(std::initializer_list<double> degrees) {
   return z;
 }
 
-TEST(Dosqrt, PrincipalInRightHalfPlane) {
-  std::vector<cplx> z{{4.0, 0.0}, {3.0, 4.0}, {1.0, -1.0}};
+cplx at(double degrees) { return std::polar(1.0, degrees * M_PI / 180.0); }
+
+TEST(Dosqrt, ThetaAndPrincipalRootsInTheRightHalfPlane) {
+  EXPECT_EQ(theta({1.0, 0.0}), 0.0);
+  EXPECT_DOUBLE_EQ(theta({-1.0, 0.0}), M_PI);
+  EXPECT_DOUBLE_EQ(theta({0.0, -2.0}), -M_PI / 2);
+  std::vector<cplx> z{{4.0, 0.0}, {3.0, 4.0}, {1.0, -1.0}, {-1.0, 1.0}};
   std::vector<cplx> w = roots(z);
   for (std::size_t i = 0; i < z.size(); ++i) EXPECT_LT(std::abs(w[i] - std::sqrt(z[i])), 1e-15);
 }
@@ -104,25 +65,27 @@ TEST(Dosqrt, PrincipalInRightHalfPlane) {
 TEST(Dosqrt, WindsOnceTwiceAndBack) {
   // Counter-clockwise through +pi once: the root continues past the principal branch.
   std::vector<cplx> w = roots(path({90, 170, 190, 270}));
-  EXPECT_LT(std::abs(w[2] - std::polar(1.0, 95.0 * M_PI / 180.0)), 1e-12);
-  EXPECT_LT(std::abs(w[3] - std::polar(1.0, 135.0 * M_PI / 180.0)), 1e-12);
+  EXPECT_LT(std::abs(w[2] - at(95)), 1e-12);
+  EXPECT_LT(std::abs(w[3] - at(135)), 1e-12);
   // Twice: the winding is 4 pi and the root is back on the principal sign.
   w = roots(path({170, 190, 300, 60, 170, 190}));
-  EXPECT_LT(std::abs(w[5] - std::sqrt(std::polar(1.0, 190.0 * M_PI / 180.0))), 1e-12);
+  EXPECT_LT(std::abs(w[5] - std::sqrt(at(190))), 1e-12);
   // Clockwise back across: the winding returns to zero.
   w = roots(path({170, 190, 170}));
-  EXPECT_LT(std::abs(w[2] - std::sqrt(std::polar(1.0, 170.0 * M_PI / 180.0))), 1e-12);
-  EXPECT_LT(std::abs(w[1] + std::sqrt(std::polar(1.0, 190.0 * M_PI / 180.0))), 1e-12);
+  EXPECT_LT(std::abs(w[1] + std::sqrt(at(190))), 1e-12);
+  EXPECT_LT(std::abs(w[2] - std::sqrt(at(170))), 1e-12);
 }
 
-TEST(Dosqrt, PointOnNegativeAxisIsNotCountedAndTheSignJumps) {
-  std::vector<cplx> w = roots({{-1.0, 0.1}, {-1.0, 0.0}, {-1.0, -0.1}});
-  EXPECT_LT(std::abs(w[2] - std::sqrt(cplx(-1.0, -0.1))), 1e-15);  // principal: a sign jump
+// A point exactly on the negative axis is not a crossing, neither into it nor out of it: its root
+// is the principal one (argument pi/2), and the step beyond it is a plain sign jump.
+TEST(Dosqrt, PointExactlyOnTheNegativeAxis) {
+  const std::vector<cplx> w = roots({{-1.0, 0.1}, {-4.0, 0.0}, {-1.0, -0.1}, {-1.0, 0.0}});
+  EXPECT_LT(std::abs(w[0] - std::sqrt(cplx(-1.0, 0.1))), 1e-15);
+  EXPECT_LT(std::abs(w[1] - cplx(0.0, 2.0)), 1e-15);
+  EXPECT_LT(std::abs(w[2] - std::sqrt(cplx(-1.0, -0.1))), 1e-15);
+  EXPECT_LT(std::abs(w[3] - cplx(0.0, 1.0)), 1e-15);
   // A step across the real axis in the right half-plane changes nothing.
-  w = roots({{-1.0, -0.1}, {1.0, 0.1}});
-  EXPECT_LT(std::abs(w[1] - std::sqrt(cplx(1.0, 0.1))), 1e-15);
-  w = roots({{-1.0, 1.0}});
-  EXPECT_LT(std::abs(w[0] - std::sqrt(cplx(-1.0, 1.0))), 1e-15);
+  EXPECT_LT(std::abs(roots({{-1.0, -0.1}, {1.0, 0.1}})[1] - std::sqrt(cplx(1.0, 0.1))), 1e-15);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 // `ictvcf prepare` as a user runs it: the written files read back by the run's own readers, the
 // run and the rate on them, the warnings of a poor pair, and bad input that writes nothing.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <numbers>
 #include <sstream>
 
 #include "coupling/getrlk.h"
@@ -23,16 +23,9 @@ using testing::read_file;
 using testing::ScratchDir;
 using testing::write_file;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
+using testing::Result;
 
-Result ictvcf(const std::string& args) {
-  const std::string cmd = std::string("'") + ICTVCF_EXE + "' " + args + " >out.txt 2>err.txt";
-  const int raw = std::system(cmd.c_str());
-  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read_file("out.txt"), read_file("err.txt")};
-}
+Result ictvcf(const std::string& args) { return testing::run_exe(args); }
 
 // The word after `label` in `text` (empty if the label is missing).
 std::string word_after(const std::string& text, const std::string& label) {
@@ -82,6 +75,17 @@ TEST(PrepareCommand, CoumarinFilesDriveTheRunAndTheRate) {
             word_after(r.out, "reorganisation energy, state 1:"));
   EXPECT_EQ(word_after(runlog, "Reorganiztion Energy 2       is:"),
             word_after(r.out, "reorganisation energy, state 2:"));
+  // The written grid: a quarter period of the highest frequency or less, ead + 1 eV below the
+  // Nyquist limit pi/dt, and the Gaussian damping of FWHM 200 cm-1 below 1e-8 at tmax.
+  auto echoed = [&](const char* name) {
+    return std::stod(word_after(runlog, "\n  " + pad(name, 30) + " ="));
+  };
+  double wmax = 0.0;
+  for (int i = 1; i <= 45; ++i) wmax = std::max({wmax, v.omegag(i), v.omegae(i)});
+  const double dt = echoed("dt"), sigma = 200.0 / au2cm / std::sqrt(8.0 * std::log(2.0));
+  EXPECT_LE(dt * wmax, std::numbers::pi / 2.0);
+  EXPECT_GE(std::numbers::pi / dt, echoed("ead") + 1.0 / au2ev);
+  EXPECT_LE(std::exp(-0.5 * std::pow(sigma * echoed("tmax"), 2)), 1e-8);
   const double kt = 300.0 / kelvin_per_hartree;
   double c0 = 0.0;
   for (int j = 1; j <= 45; ++j) {

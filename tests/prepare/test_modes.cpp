@@ -128,19 +128,5 @@ TEST_F(Coumarin, DisplacementAlongOneModeIsOneHot) {
   EXPECT_NEAR(r.rotation_deg, 0.0, 1e-9);
 }
 
-TEST(PrepareModes, MethyliumMatchesItsFilesAndShowsTheLargeChange) {
-  const QcState s0 = read_qc_state(qc_file("methylium/opt_freq_s0.fchk"));
-  const QcState s1 = read_qc_state(qc_file("methylium/opt_freq_s1.fchk"));
-  const NacInput nac = nac_of(s1);
-  const PrepareResult r = prepare_pair(s0, s1, &nac);
-  EXPECT_LT(r.state[0].omega_dev, 1e-3);
-  EXPECT_LT(r.state[1].omega_dev, 1e-3);
-  EXPECT_NEAR(r.lambda1 / r.lambda1_cart, 1.0, 1e-8);
-  EXPECT_NEAR(r.lambda2 / r.lambda2_cart, 1.0, 1e-8);
-  EXPECT_NEAR(r.rms_change, 0.66, 0.005);
-  EXPECT_NEAR(r.min_singular, 0.885, 5e-4);
-  EXPECT_GT(r.leak, 0.05);
-}
-
 }  // namespace
 }  // namespace ictvcf

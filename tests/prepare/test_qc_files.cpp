@@ -22,18 +22,10 @@ using testing::write_file;
 TEST(QcFiles, CheckpointFieldsAndOrcaHessiansInBothLayouts) {
   const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));
   const QcState s1 = read_qc_state(qc_file("coumarin/coumarin_s1.fchk"));
-  ASSERT_EQ(s1.natoms(), 17);
-  EXPECT_EQ(s1.atomic_number[6], 8);
-  EXPECT_DOUBLE_EQ(s1.mass[16], 1.00782504);
-  EXPECT_DOUBLE_EQ(s1.x[1], -3.53506246e+01);
-  EXPECT_DOUBLE_EQ(s1.energy, -4.963522861828311e+02);
-  EXPECT_DOUBLE_EQ(s1.hessian(2, 1), 4.94715369e-02);  // row-wise lower triangle
-  EXPECT_DOUBLE_EQ(s1.hessian(1, 2), 4.94715369e-02);
-  EXPECT_DOUBLE_EQ(s1.gradient[0], 2.08639823e-05);
-  EXPECT_DOUBLE_EQ(s1.nac[2], 6.37164232e-03);
-  EXPECT_TRUE(s0.nac.empty());  // the S0 job writes the field as zeros
+  // The fields as the normal-mode analysis needs them are checked there, against the file's own
+  // frequencies and an independent analysis; a frequency job without a coupling writes zeros.
+  EXPECT_TRUE(s0.nac.empty());
   ASSERT_EQ(s1.file_omega.size(), 45u);
-  EXPECT_DOUBLE_EQ(s1.file_omega[44], 3.19683854e+03);
 
   // The same Hessian as ORCA writes it (6 columns in F format, 5 in E format): frequencies
   // within 0.1 cm-1 of the checkpoint's own analysis.

@@ -34,6 +34,31 @@ TEST(Modes, SharesAddUpAndOwnPairsAreTheSingleModeRates) {
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 4 + 12);
 }
 
+// Three modes with couplings 1, 2, 3 and pair integrals K(j,k) = j + 10 k (lower triangle): the
+// own pairs r(j,j) K(j,j), the cross pairs 2 r(j,k) K(j,k), each shared half and half.
+TEST(Modes, SharesAndPairsOfAGivenQuadraticForm) {
+  EngineInputs in = testing::modes({100.0, 200.0, 300.0}, {100.0, 200.0, 300.0}, {0.0, 0.0, 0.0},
+                                   {1.0, 2.0, 3.0}, 300.0);
+  PairIntegrals k{Matrix<double>(3, 3), Matrix<double>(3, 3)};
+  for (int col = 1; col <= 3; ++col)
+    for (int row = col; row <= 3; ++row) k.k(row, col) = row + 10.0 * col;
+  const Decomposition d = decompose(in, k);
+  // Own pairs 11, 4*22 = 88, 9*33 = 297; cross pairs (2,1) 2*2*12 = 48, (3,1) 2*3*13 = 78,
+  // (3,2) 2*6*23 = 276.
+  ASSERT_EQ(d.modes.size(), 3u);
+  EXPECT_EQ(d.modes[0].mode, 3);
+  EXPECT_EQ(d.modes[0].diagonal, 297.0);
+  EXPECT_EQ(d.modes[0].share, 297.0 + 39.0 + 138.0);
+  EXPECT_EQ(d.modes[1].share, 88.0 + 24.0 + 138.0);
+  EXPECT_EQ(d.modes[2].share, 11.0 + 24.0 + 39.0);
+  EXPECT_EQ(d.total, 11.0 + 88.0 + 297.0 + 48.0 + 78.0 + 276.0);
+  ASSERT_EQ(d.pairs.size(), 3u);
+  EXPECT_EQ(d.pairs[0].j, 3);
+  EXPECT_EQ(d.pairs[0].k, 2);
+  EXPECT_EQ(d.pairs[0].value, 276.0);
+  EXPECT_EQ(d.pairs[2].value, 48.0);
+}
+
 TEST(Modes, TemperatureLists) {
   EXPECT_EQ(parse_temperature_list("77,150,300"), (std::vector<double>{77, 150, 300}));
   EXPECT_EQ(parse_temperature_list("100:500:50").size(), 9u);

@@ -1,7 +1,6 @@
 // `ictvcf rate INPUT` as a user runs it, on a physics case in a scratch directory: the printed
 // rate, the files it writes and the ones it must not, the warnings and the error statuses.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -16,23 +15,13 @@ using testing::read_file;
 using testing::ScratchDir;
 using testing::write_file;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
+using testing::Result;
 
 // Runs the command with its temporary directory under ../tmp, so that what it leaves there can
 // be seen.
 Result rate(const std::string& args = "ic.inp") {
   std::filesystem::create_directory("../tmp");
-  const std::string cmd =
-      std::string("TMPDIR=../tmp '") + ICTVCF_EXE + "' rate " + args + " >../out.txt 2>../err.txt";
-  const int raw = std::system(cmd.c_str());
-  Result r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read_file("../out.txt"),
-           read_file("../err.txt")};
-  std::filesystem::remove("../out.txt");
-  std::filesystem::remove("../err.txt");
-  return r;
+  return testing::run_exe("rate " + args, "TMPDIR=../tmp");
 }
 
 bool private_dirs_left() { return !std::filesystem::is_empty("../tmp"); }
@@ -138,40 +127,33 @@ TEST(RateCommand, DefaultBroadeningAndLorentzianWings) {
 TEST(RateCommand, ErrorsAndTheirStatuses) {
   ScratchDir dir;
   closed_case({});
-  std::filesystem::remove("nacme.dat");
-  Result r = rate();
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("nacme.dat"), std::string::npos) << r.err;
-
-  write_file("nacme.dat", read_file(std::string(ICTVCF_TEST_PHYSICS) + "/closed_T10/nacme.dat"));
-  std::string text = read_file("ic.inp");
-  text.insert(text.find("/"), "  isgauss = .true.\n  broadentype = voigt\n  fwhm = 0.001\n");
-  write_file("bad-shape.inp", text);
-  r = rate("bad-shape.inp");
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("voigt"), std::string::npos) << r.err;
-
-  text = read_file("ic.inp");
-  text.erase(text.find("  ftfile"), text.find("logfile") - text.find("  ftfile"));
-  write_file("no-table.inp", text);
-  r = rate("no-table.inp");
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("ftfile"), std::string::npos) << r.err;
-
-  // Options and gaps that give no rate.
-  for (const char* args :
-       {"--tol 2 ic.inp", "--tol x ic.inp", "--frobnicate ic.inp", "--temps", "ic.inp other.inp"}) {
-    r = rate(args);
-    EXPECT_EQ(r.status, 2) << args;
-    EXPECT_NE(r.err.find("ictvcf rate: "), std::string::npos) << args << r.err;
+  const std::string input = read_file("ic.inp");
+  struct Case {
+    std::string from, to, options;  // the edit of the block, the options before bad.inp
+    int status;
+    std::string err;
+  };
+  const Case cases[] = {
+      {"nacme.dat", "none.dat", "", 2, "ictvcf: none.dat: cannot open the file"},
+      {"/", "  isgauss = .true.\n  broadentype = voigt\n  fwhm = 0.001\n/", "", 1,
+       "broadentype = 'voigt' is neither"},
+      {"/", "  isgauss = .true.\n/", "", 1, "isgauss is set but no width is"},
+      {"  ftfile = ft.dat\n", "", "", 2, "ftfile in the &ic_tvcf block"},
+      {"ead = 0.1", "ead = -0.1", "", 2, "must be positive"},
+      {"", "", "--tol 2", 2, "ictvcf rate: --tol 2: expected a relative accuracy"},
+      {"", "", "--tol x", 2, "ictvcf rate: --tol x: expected a relative accuracy"},
+      {"", "", "--frobnicate", 2, "ictvcf rate: unknown option --frobnicate"},
+      {"", "", "--temps", 2, "ictvcf rate: --temps bad.inp: expected temperatures"},
+      {"", "", "ic.inp", 2, "ictvcf rate: one input file only"},
+  };
+  for (const Case& c : cases) {
+    std::string text = input;
+    if (!c.from.empty()) text.replace(text.find(c.from), c.from.size(), c.to);
+    write_file("bad.inp", text);
+    const Result r = rate(c.options + " bad.inp");
+    EXPECT_EQ(r.status, c.status) << c.options << c.to;
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << r.err;
   }
-  text = read_file("ic.inp");
-  text.replace(text.find("ead = 0.1"), 9, "ead = -0.1");
-  write_file("uphill.inp", text);
-  r = rate("uphill.inp");
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("must be positive"), std::string::npos) << r.err;
-
   // Nothing of the main run and no work files in any of these.
   EXPECT_FALSE(private_dirs_left());
   for (const std::string& name : listing())

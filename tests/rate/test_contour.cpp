@@ -32,28 +32,18 @@ const Lattice kMolecule{
 constexpr double kUnit = 100.0 / au2cm;  // the lattice, hartree
 
 EngineInputs inputs(const Lattice& m, double temp) {
-  EngineInputs in;
-  const int n = static_cast<int>(m.accepting.size() + m.promoting.size());
-  in.nmode = n;
-  in.temp = temp;
-  in.s = Matrix<double>(n, n);
-  in.r = Matrix<double>(n, n);
-  in.iscal = Matrix<char>(n, n);
+  std::vector<double> w, d, rif;
   for (std::size_t a = 0; a < m.accepting.size(); ++a) {
-    const double w = m.accepting[a] * kUnit;
-    in.omegag.push_back(w);
-    in.d.push_back(std::sqrt(2.0 * m.huang_rhys[a] / w));
-    in.rif.push_back(0.0);
+    w.push_back(100.0 * m.accepting[a]);
+    d.push_back(std::sqrt(2.0 * m.huang_rhys[a] / (m.accepting[a] * kUnit)));
+    rif.push_back(0.0);
   }
   for (std::size_t p = 0; p < m.promoting.size(); ++p) {
-    in.omegag.push_back(m.promoting[p] * kUnit);
-    in.d.push_back(0.0);
-    in.rif.push_back(m.coupling[p]);
+    w.push_back(100.0 * m.promoting[p]);
+    d.push_back(0.0);
+    rif.push_back(m.coupling[p]);
   }
-  in.omegae = in.omegag;
-  for (int j = 1; j <= n; ++j) in.s(j, j) = 1.0;
-  testing::couple(in);
-  return in;
+  return testing::modes(w, w, d, rif, temp);
 }
 
 double occupation(double w, double temp) {
@@ -117,6 +107,17 @@ double golden_rule(const std::vector<double>& p, int depth, double gap, double s
   return 2.0 * pi * k;
 }
 
+// phi(tau) = -E tau + ln C(i tau) + sigma^2 tau^2 / 2 with C(i tau) = sum_x P(x) e^{x tau}: the
+// contour's height minimises it.
+double phi(const std::vector<double>& p, int depth, double gap, double sigma, double tau) {
+  double top = -INFINITY, sum = 0.0;
+  for (int i = -depth; i <= depth; ++i)
+    if (p[i + depth] > 0.0) top = std::max(top, std::log(p[i + depth]) + i * kUnit * tau);
+  for (int i = -depth; i <= depth; ++i)
+    if (p[i + depth] > 0.0) sum += std::exp(std::log(p[i + depth]) + i * kUnit * tau - top);
+  return -gap * tau + top + std::log(sum) + 0.5 * sigma * sigma * tau * tau;
+}
+
 TEST(Contour, LatticeAtAnyTemperatureAndDepth) {
   const double sigma = 150.0 / au2cm;
   const std::vector<double> gaps_cm{2500.0, 9000.0, 18000.0, 30000.0, 45000.0, 56000.0};
@@ -144,6 +145,10 @@ TEST(Contour, LatticeAtAnyTemperatureAndDepth) {
         EXPECT_NEAR(rates[i].rate / want, 1.0, 1e-8)
             << temp << " K, " << gaps_cm[i] << " cm-1, together " << together;
         EXPECT_LE(rates[i].error, 1e-9);
+        // A gap alone has its contour at its own saddle point.
+        const double tau = rates[i].tau, at = phi(p, 1200, gaps[i], sigma, tau);
+        for (double off : {0.97, 1.03})
+          EXPECT_TRUE(together || at <= phi(p, 1200, gaps[i], sigma, off * tau)) << "saddle";
       }
     }
   }
@@ -166,24 +171,16 @@ TEST(Contour, EstimatedErrorBoundsTheTrueOne) {
   }
 }
 
+// No damping, a negative temperature, no coupling (C vanishes on the imaginary axis: no saddle).
 TEST(Contour, InputsThatCannotGiveARate) {
-  EngineInputs in = inputs(kMolecule, 300.0);
+  EngineInputs cold = inputs(kMolecule, -5.0), uncoupled = inputs(kMolecule, 300.0);
+  for (double& r : uncoupled.rif) r = 0.0;
+  testing::couple(uncoupled);
   const double gap = 0.1;
-  {
-    EngineContext ctx(in);
-    EXPECT_THROW(contour_rates(ctx, {0.0, 1e-6}, std::span<const double>(&gap, 1)), FatalError);
+  for (auto [in, sigma] : {std::pair{&uncoupled, 0.0}, {&cold, 1e-3}, {&uncoupled, 1e-3}}) {
+    EngineContext ctx(*in);
+    EXPECT_THROW(contour_rates(ctx, {sigma, 1e-6}, std::span<const double>(&gap, 1)), FatalError);
   }
-  in.temp = -5.0;
-  {
-    EngineContext ctx(in);
-    EXPECT_THROW(contour_rates(ctx, {1e-3, 1e-6}, std::span<const double>(&gap, 1)), FatalError);
-  }
-  // No coupling: C vanishes on the whole imaginary axis, there is no saddle to stand on.
-  in = inputs(kMolecule, 300.0);
-  for (double& r : in.rif) r = 0.0;
-  testing::couple(in);
-  EngineContext ctx(in);
-  EXPECT_THROW(contour_rates(ctx, {1e-3, 1e-6}, std::span<const double>(&gap, 1)), FatalError);
 }
 
 }  // namespace

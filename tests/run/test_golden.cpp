@@ -25,8 +25,7 @@ std::vector<std::string> case_names() {
 INSTANTIATE_TEST_SUITE_P(Cases, GoldenCase, ::testing::ValuesIn(case_names()),
                          [](const auto& info) {
                            std::string n = info.param;
-                           for (char& c : n)
-                             if (c == '-') c = '_';
+                           std::replace(n.begin(), n.end(), '-', '_');
                            return n;
                          });
 

@@ -1,7 +1,7 @@
-// Natural mistakes in the input and data files, one row each of tests/data/mistakes.tsv: the
-// molecule of support/small_molecule.h with lines added to its block and edits to its files. Each
-// row's standard output and status are the described ones; a warning naming the mistake appears
-// on standard error, and nothing of it reaches standard output or the log.
+// Natural mistakes and bad input, one row each of tests/data/mistakes.tsv: the molecule of
+// support/small_molecule.h with lines added to its block and edits to its files. Each row's
+// standard output and status are the described ones; a warning or an error naming the mistake
+// appears on standard error, and nothing of it reaches standard output or the log.
 #include <gtest/gtest.h>
 
 #include "support/io_tables.h"
@@ -13,38 +13,30 @@ namespace {
 
 using testing::read_file;
 
+// "\n" in a field is a line end; "-" is an empty field.
 std::string unescape(const std::string& s) {
-  if (s == "-") return "";
   std::string r;
-  for (std::size_t k = 0; k < s.size(); ++k)
-    if (s.compare(k, 2, "\\n") == 0) {
-      r += '\n';
-      ++k;
-    } else {
-      r += s[k];
-    }
+  for (std::size_t k = 0; s != "-" && k < s.size(); ++k)
+    r += s.compare(k, 2, "\\n") == 0 ? (++k, '\n') : s[k];
   return r;
 }
 
-// "file:from=>to" edits joined by " && "; an empty `from` writes the file anew.
-void apply_edits(const std::string& edits) {
-  if (edits == "-") return;
-  std::string rest = edits;
-  for (;;) {
-    const std::size_t next = rest.find(" && ");
-    const std::string edit = rest.substr(0, next);
-    const std::size_t colon = edit.find(':'), arrow = edit.find("=>");
-    const std::string file = edit.substr(0, colon);
-    const std::string from = unescape(edit.substr(colon + 1, arrow - colon - 1));
-    const std::string to = unescape(edit.substr(arrow + 2));
-    std::string text = from.empty() ? "" : read_file(file);
-    if (from.empty()) text = to;
+// "file:from=>to" edits joined by " && ": every `from` replaced; an empty `from` writes the file
+// anew.
+void apply_edits(std::string edits) {
+  for (bool more = edits != "-"; more;) {
+    const std::size_t next = edits.find(" && ");
+    const std::string e = edits.substr(0, next);
+    more = next != std::string::npos;
+    if (more) edits.erase(0, next + 4);
+    const std::size_t colon = e.find(':'), arrow = e.find("=>");
+    const std::string file = e.substr(0, colon), to = unescape(e.substr(arrow + 2));
+    const std::string from = unescape(e.substr(colon + 1, arrow - colon - 1));
+    std::string text = from.empty() ? to : read_file(file);
     for (std::size_t k = 0; !from.empty() && (k = text.find(from, k)) != std::string::npos;
          k += to.size())
       text.replace(k, from.size(), to);
     testing::write_file(file, text);
-    if (next == std::string::npos) return;
-    rest = rest.substr(next + 4);
   }
 }
 
@@ -59,21 +51,29 @@ TEST(Mistakes, EachIsNamedOnStandardErrorAndNowhereElse) {
     const std::string out = unescape(row["stdout"]);
     EXPECT_EQ(r.out.substr(0, out.empty() ? std::string::npos : out.size()), out);
     EXPECT_NE(r.err.find(row["stderr"]), std::string::npos) << r.err;
-    // Every message is one line of its own, and none reaches the log.
-    for (const std::string& line : testing::split(r.err.substr(0, r.err.size() - 1), '\n'))
-      EXPECT_EQ(line.rfind("ictvcf: ", 0), 0u) << line;
+    // Every message is one line of its own, and none reaches the log; a failed run writes no
+    // table, and a table with values that are not finite is announced.
+    for (const std::string& line :
+         testing::split(r.err.empty() ? "ictvcf: " : r.err.substr(0, r.err.size() - 1), '\n'))
+      EXPECT_TRUE(line.rfind("ictvcf: ", 0) == 0 || line == "Allocation would exceed memory limit")
+          << line;
     EXPECT_EQ(read_file("ic.log").find("warning"), std::string::npos);
+    const std::string table = read_file("ft.dat");
+    EXPECT_TRUE(r.status == 0 || table.empty());
+    if (table.find("NaN") != std::string::npos || table.find("Infinity") != std::string::npos) {
+      EXPECT_NE(r.err.find("not finite"), std::string::npos) << r.err;
+    }
   }
 }
 
 // `ictvcf rate` reads the block and the data files the same way, with the same warnings.
 TEST(Mistakes, TheRateCommandWarnsToo) {
   testing::ScratchDir dir;
-  testing::write_molecule(" dt = 10\n tmax = 50\n ead = 3.66\n");
+  testing::write_molecule(
+      " dt = 10\n tmax = 50\n ead = 1 eV\n isgauss = .true.\n fwhm = 1000 cm-1\n temp = 27 C\n");
   testing::Result r = testing::run_exe("rate ic.inp");
   EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.err.find("ictvcf: warning: ic.inp, line 9: ead = 3.66 has no unit"),
-            std::string::npos)
+  EXPECT_EQ(r.err.rfind("ictvcf: warning: ic.inp, line 12: temp = 27 C: unknown unit 'C'", 0), 0u)
       << r.err;
   testing::write_molecule(" dt = 10\n tmax = 50\n mode = 3\n");
   r = testing::run_exe("rate ic.inp");

@@ -1,13 +1,10 @@
 // With MPI: every bundled case under 2 and 3 ranks gives the same files, bit for bit (time
-// stamps aside), as one process, and matches its expected results.
+// stamps aside), as one process (which test_golden.cpp compares with the expected results).
 #ifdef ICTVCF_WITH_MPI
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <filesystem>
-#include <map>
-#include <sstream>
 
 #include "run/case_compare.h"
 #include "test_support.h"
@@ -23,47 +20,17 @@ std::string launcher(int ranks) {
          std::to_string(ranks);
 }
 
-// Runs the case in a scratch copy; returns its status, standard output and every file it wrote.
-std::map<std::string, std::string> outputs(const std::string& case_dir, const std::string& prefix) {
-  testing::ScratchDir dir;
-  std::vector<std::string> inputs;
-  for (const auto& e : fs::directory_iterator(case_dir))
-    if (e.is_regular_file() && e.path().filename() != "cmd") {
-      fs::copy_file(e.path(), e.path().filename());
-      inputs.push_back(e.path().filename().string());
-    }
-  std::string arg = testing::read_file(case_dir + "/cmd");
-  arg = arg.substr(0, arg.find('\n'));
-  const std::string cmd = prefix + " '" ICTVCF_EXE "' '" + arg + "' >.stdout 2>/dev/null";
-  const int raw = std::system(cmd.c_str());
-  std::map<std::string, std::string> out;
-  out["<status>"] = std::to_string(WIFEXITED(raw) ? WEXITSTATUS(raw) : -1);
-  for (const auto& e : fs::directory_iterator("."))
-    if (std::find(inputs.begin(), inputs.end(), e.path().filename().string()) == inputs.end()) {
-      std::stringstream in(testing::read_file(e.path().string()));
-      std::string text, line;
-      while (std::getline(in, line)) {
-        text += testing::strip_stamp(line);
-        text += '\n';
-      }
-      out[e.path().filename().string()] = text;
-    }
-  return out;
-}
-
 class MpiCase : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(MpiCase, SameFilesAsOneProcess) {
   const std::string dir = std::string(ICTVCF_TEST_CASES) + "/" + GetParam();
-  const auto single = outputs(dir, "");
+  const auto single = testing::run_case(ICTVCF_EXE, dir);
   for (int ranks : {2, 3}) {
-    const auto many = outputs(dir, launcher(ranks));
+    const auto many = testing::run_case(ICTVCF_EXE, dir, launcher(ranks));
     ASSERT_EQ(single.size(), many.size()) << ranks << " ranks";
     for (const auto& [name, content] : single)
       EXPECT_TRUE(many.count(name) && many.at(name) == content)
           << name << ", " << ranks << " ranks";
-    for (const std::string& p : testing::check_case(ICTVCF_EXE, dir, 1e-8, 1e-5, launcher(ranks)))
-      ADD_FAILURE() << ranks << " ranks: " << p;
   }
 }
 
@@ -90,9 +57,10 @@ TEST(Mpi, MoreRanksThanTimePoints) {
   std::string inp = testing::read_file("ic.inp");
   inp.replace(inp.find("tmax     = 100 fs"), 17, "tmax     = 10 fs ");
   testing::write_file("ic.inp", inp);
+  testing::write_file("cmd", "ic.inp\n");
   const std::string base = fs::current_path().string();
-  const auto single = outputs(base, "");
-  const auto many = outputs(base, launcher(3));
+  const auto single = testing::run_case(ICTVCF_EXE, base);
+  const auto many = testing::run_case(ICTVCF_EXE, base, launcher(3));
   EXPECT_EQ(single, many);
   EXPECT_NE(single.at("ft.dat").find("#time(fs)"), std::string::npos);
 }

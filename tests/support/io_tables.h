@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <stdexcept>
@@ -103,28 +104,22 @@ inline std::string hex_double(double x) {
   return buf;
 }
 
+// The inverse of hex_double (plain "nan" and "inf" too): strtod reads hexadecimal doubles.
+inline double from_hex(const std::string& s) {
+  const std::size_t at = s.find("nan(mantissa ");
+  if (at == std::string::npos) return std::strtod(s.c_str(), nullptr);
+  const std::uint64_t frac = std::strtoull(s.c_str() + at + 13, nullptr, 16);
+  return std::bit_cast<double>((s[0] == '-' ? 1ULL << 63 : 0) | (0x7ffULL << 52) | frac);
+}
+
 inline std::string rtrim(std::string s) {
   while (!s.empty() && s.back() == ' ') s.pop_back();
   return s;
 }
 
-inline LdStatus status_of_iostat(const std::string& iostat) {
-  if (iostat == "0") return LdStatus::ok;
-  if (iostat == "-1") return LdStatus::end_of_file;
-  if (iostat == "5010") return LdStatus::bad_value;
-  throw std::runtime_error("unknown iostat " + iostat);
-}
-
-inline const char* status_name(LdStatus s) {
-  switch (s) {
-    case LdStatus::ok:
-      return "ok";
-    case LdStatus::end_of_file:
-      return "end_of_file";
-    case LdStatus::bad_value:
-      return "bad_value";
-  }
-  return "?";
+// The iostat a Fortran runtime gives for the outcome.
+inline int iostat(LdStatus s) {
+  return s == LdStatus::ok ? 0 : s == LdStatus::end_of_file ? -1 : 5010;
 }
 
 }  // namespace ictvcf::testing

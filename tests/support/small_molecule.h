@@ -1,31 +1,11 @@
-// A two-mode molecule written as input and data files, and running the program on it.
+// A two-mode molecule written as input and data files.
 #pragma once
 
-#include <sys/wait.h>
-
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include "test_support.h"
 
 namespace ictvcf::testing {
-
-struct Result {
-  int status;
-  std::string out, err;
-};
-
-// Runs the program with `args` in the current directory, at most two minutes.
-inline Result run_exe(const std::string& args) {
-  const std::string cmd =
-      std::string("timeout 120 '") + ICTVCF_EXE + "' " + args + " >out.txt 2>err.txt";
-  const int raw = std::system(cmd.c_str());
-  Result r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read_file("out.txt"), read_file("err.txt")};
-  std::filesystem::remove("out.txt");
-  std::filesystem::remove("err.txt");
-  return r;
-}
 
 // The files of a minimal molecule: two modes (n3all), equal frequencies, an accepting mode of
 // Huang-Rhys factor 1.2 and a promoting mode with coupling 0.04. `block` adds lines to the input

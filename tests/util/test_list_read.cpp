@@ -15,109 +15,93 @@ namespace {
 
 using testing::barred_records;
 using testing::hex_double;
+using testing::iostat;
 using testing::load_table;
 using testing::rtrim;
 using testing::split;
-using testing::status_name;
-using testing::status_of_iostat;
 using testing::without_decimals;
 
 const std::string kData = ICTVCF_TEST_DATA;
 
-// ---------------------------------------------------------------------------------------------
-// list-directed-read.tsv: the records are read by one or more READs ("i,d;l" is two READs), each
-// item into a variable holding a known value first, so that "unchanged" can be told. Logicals
-// have no spare value: the case runs twice, starting from F and from T.
-
-struct CaseOutcome {
+// list-directed-read.tsv and -extra.tsv: the records are read by one or more READs ("i,d;l" is two
+// READs), each item into a variable holding a known value first, so that "unchanged" can be told.
+// Logicals have no spare value: the case runs twice, starting from F and from T.
+struct Outcome {
   std::vector<std::vector<std::string>> shown;  // per READ, per item
   LdStatus status = LdStatus::ok;
   std::string message;
 };
 
-CaseOutcome run_list_case(const std::vector<std::string>& records,
-                          const std::vector<std::vector<std::string>>& reads, bool logical_start) {
-  TextFile f = text_file_from("case.dat", records);
-  CaseOutcome out;
-  for (const auto& items : reads) {
+Outcome read_case(const testing::TableRow& row, bool logical_start) {
+  TextFile f = text_file_from("case.dat", barred_records(row["records"]));
+  Outcome out;
+  for (const std::string& read : split(row["items"], ';')) {
     ListReader rd(f);
-    std::vector<std::string> shown;
-    LdStatus first = LdStatus::ok;
-    for (const std::string& it : items) {
+    out.shown.emplace_back();
+    for (const std::string& it : split(read, ',')) {
       LdStatus s;
+      std::int64_t i = -999;
+      double d = -999;
+      bool l = logical_start;
+      std::string text = "UNSET", &shown = out.shown.back().emplace_back();
       if (it == "i") {
         std::int32_t v = -999;
         s = rd.read(v);
-        shown.push_back(v == -999 ? "unchanged" : std::to_string(v));
+        i = v;
       } else if (it == "i8") {
-        std::int64_t v = -999;
-        s = rd.read(v);
-        shown.push_back(v == -999 ? "unchanged" : std::to_string(v));
+        s = rd.read(i);
       } else if (it == "d") {
-        double v = -999;
-        s = rd.read(v);
-        shown.push_back(std::bit_cast<std::uint64_t>(v) == std::bit_cast<std::uint64_t>(-999.0)
-                            ? "unchanged"
-                            : hex_double(v));
+        s = rd.read(d);
       } else if (it == "l") {
-        bool v = logical_start;
-        s = rd.read(v);
-        shown.push_back(v ? "T" : "F");
+        s = rd.read(l);
       } else {
-        const std::size_t len = std::stoul(it.substr(1));
-        std::string v = "UNSET";
-        v.resize(len, ' ');
-        s = rd.read_text(v, len);
-        EXPECT_EQ(v.size(), len);
-        shown.push_back(rtrim(v) == "UNSET" ? "unchanged" : "|" + rtrim(v) + "|");
+        text.resize(std::stoul(it.substr(1)), ' ');
+        s = rd.read_text(text, text.size());
       }
+      if (it[0] == 'i')
+        shown = i == -999 ? "unchanged" : std::to_string(i);
+      else if (it == "d")
+        shown = std::bit_cast<std::uint64_t>(d) == std::bit_cast<std::uint64_t>(-999.0)
+                    ? "unchanged"
+                    : hex_double(d);
+      else if (it == "l")
+        shown.assign(1, l ? 'T' : 'F');
+      else
+        shown = rtrim(text) == "UNSET" ? "unchanged" : std::string("|").append(rtrim(text)) + "|";
       // Once an item fails, every later item of the READ reports the same failure.
-      if (first != LdStatus::ok) {
-        EXPECT_STREQ(status_name(s), status_name(first)) << "item " << it;
+      if (out.status != LdStatus::ok) {
+        EXPECT_EQ(s, out.status) << "item " << it;
       }
-      if (first == LdStatus::ok) first = s;
+      if (out.status == LdStatus::ok) out.status = s;
     }
-    out.shown.push_back(shown);
-    out.status = first;
     out.message = rd.message();
-    if (first != LdStatus::ok) break;
+    if (out.status != LdStatus::ok) break;
   }
   return out;
 }
 
-TEST(ListDirectedRead, EveryRowOfTheTable) {
-  const auto rows = load_table(kData + "/list-directed-read.tsv");
-  ASSERT_GE(rows.size(), 100u);
-  for (const auto& row : rows) {
-    SCOPED_TRACE("list-directed-read.tsv line " + std::to_string(row.line) + ": " + row["items"] +
-                 " " + row["records"] + " (" + row["note"] + ")");
-    std::vector<std::vector<std::string>> reads;
-    for (const std::string& r : split(row["items"], ';')) reads.push_back(split(r, ','));
-    const auto records = barred_records(row["records"]);
-
-    const CaseOutcome from_f = run_list_case(records, reads, false);
-    const CaseOutcome from_t = run_list_case(records, reads, true);
-    std::string shown;
-    for (std::size_t r = 0; r < from_f.shown.size(); ++r) {
-      if (r > 0) shown += "; ";
-      for (std::size_t k = 0; k < from_f.shown[r].size(); ++k) {
-        std::string a = from_f.shown[r][k];
-        const std::string& b = from_t.shown[r][k];
-        if (reads[r][k] == "l" && a != b) a = (a == "F" && b == "T") ? "unchanged" : "(differs)";
-        if (k > 0) shown += ", ";
-        shown += a;
+TEST(ListDirectedRead, EveryRowOfTheTables) {
+  for (const char* file : {"/list-directed-read.tsv", "/list-directed-read-extra.tsv"})
+    for (const auto& row : load_table(kData + file)) {
+      SCOPED_TRACE(std::string(file) + " line " + std::to_string(row.line) + ": " + row["items"] +
+                   " " + row["records"] + " (" + row["note"] + ")");
+      const Outcome from_f = read_case(row, false), from_t = read_case(row, true);
+      std::string shown;
+      for (std::size_t r = 0; r < from_f.shown.size(); ++r)
+        for (std::size_t k = 0; k < from_f.shown[r].size(); ++k) {
+          std::string a = from_f.shown[r][k];
+          const std::string& b = from_t.shown[r][k];
+          if (a != b) a = (a == "F" && b == "T") ? "unchanged" : "(differs)";
+          shown.append(k > 0 ? ", " : r > 0 ? "; " : "").append(a);
+        }
+      EXPECT_EQ(shown, without_decimals(row["values_read"]));
+      EXPECT_EQ(iostat(from_f.status), std::stoi(row["iostat"]));
+      if (from_f.status != LdStatus::ok) {
+        EXPECT_EQ(from_f.message, row["iomsg"]);
       }
     }
-    EXPECT_EQ(shown, without_decimals(row["values_read"]));
-    const LdStatus want = status_of_iostat(row["iostat"]);
-    EXPECT_STREQ(status_name(from_f.status), status_name(want));
-    if (want != LdStatus::ok) {
-      EXPECT_EQ(from_f.message, row["iomsg"]);
-    }
-  }
 }
 
-// ---------------------------------------------------------------------------------------------
 // formatted-read.tsv: one record through Fw.d; a short record is padded with blanks, a long one
 // gives its first w characters.
 
@@ -141,12 +125,11 @@ TEST(FormattedRead, EveryRowOfTheTable) {
         std::bit_cast<std::uint64_t>(v) == std::bit_cast<std::uint64_t>(-999.0) ? "unchanged"
                                                                                 : hex_double(v);
     EXPECT_EQ(shown, without_decimals(row["value_read"]));
-    EXPECT_STREQ(status_name(s), status_name(status_of_iostat(row["iostat"])));
+    EXPECT_EQ(iostat(s), std::stoi(row["iostat"]));
   }
 }
 
-// ---------------------------------------------------------------------------------------------
-// Behaviour the table cannot show: where the next READ starts, line numbers, limits.
+// What the tables cannot show: where the next READ starts, and the line it reports.
 
 TEST(ListRead, EachReadTakesWholeRecordsAndReportsItsLine) {
   TextFile f = text_file_from("in.dat", {"1 2 3", "", "  ", "4", "5 x", "6"});
@@ -176,75 +159,6 @@ TEST(ListRead, EachReadTakesWholeRecordsAndReportsItsLine) {
   EXPECT_EQ(rd.message(), "End of file");
   rd.finish();
   EXPECT_EQ(f.next, 6u);
-}
-
-TEST(ListRead, RepeatCounts) {
-  TextFile f = text_file_from("in.dat", {"2*7 3*x", "next", "0*5", "99999999999*1", "3*1"});
-  std::int32_t i = 0;
-  double d = 0;
-  std::string s;
-  {
-    ListReader rd(f);  // one repeated value serves items of different types
-    EXPECT_EQ(rd.read(i), LdStatus::ok);
-    EXPECT_EQ(rd.read(d), LdStatus::ok);
-    EXPECT_EQ(rd.read_text(s, 3), LdStatus::ok);
-    EXPECT_EQ(rd.skip_text(), LdStatus::ok);
-    EXPECT_EQ(i, 7);
-    EXPECT_EQ(d, 7.0);
-    EXPECT_EQ(s, "x  ");
-  }
-  {
-    ListReader rd(f);  // the third copy of x does not carry into the next READ
-    EXPECT_EQ(rd.read_text(s, 4), LdStatus::ok);
-    EXPECT_EQ(s, "next");
-  }
-  {
-    ListReader rd(f);
-    EXPECT_EQ(rd.read(i), LdStatus::bad_value);
-    EXPECT_EQ(rd.message(), "Zero repeat count in item 1 of list input");
-  }
-  {
-    ListReader rd(f);
-    EXPECT_EQ(rd.read(i), LdStatus::bad_value);
-    EXPECT_EQ(rd.message(), "Repeat count overflow in item 1 of list input");
-  }
-  ListReader rd(f);
-  std::int32_t v[5] = {0, 0, 0, 0, 0};
-  for (auto& x : v) rd.read(x);
-  EXPECT_EQ(rd.message(), "End of file");
-  EXPECT_EQ(v[2], 1);
-  EXPECT_EQ(v[3], 0);
-}
-
-TEST(ListRead, IntegerLimitsAndBadStrings) {
-  TextFile f = text_file_from(
-      "in.dat", {"-2147483648 -2147483649", "-9223372036854775808 9223372036854775808", "'ab'cd",
-                 std::string("a\0b", 3)});
-  std::int32_t i = 0;
-  std::int64_t l = 0;
-  std::string s;
-  {
-    ListReader rd(f);
-    EXPECT_EQ(rd.read(i), LdStatus::ok);
-    EXPECT_EQ(i, INT32_MIN);
-    EXPECT_EQ(rd.read(i), LdStatus::bad_value);
-    EXPECT_EQ(rd.message(), "Integer overflow while reading item 2");
-  }
-  {
-    ListReader rd(f);
-    EXPECT_EQ(rd.read(l), LdStatus::ok);
-    EXPECT_EQ(l, INT64_MIN);
-    EXPECT_EQ(rd.read(l), LdStatus::bad_value);
-    EXPECT_EQ(rd.message(), "Integer overflow while reading item 2");
-  }
-  {
-    ListReader rd(f);  // a closing quote must be followed by a separator
-    EXPECT_EQ(rd.read_text(s, 5), LdStatus::bad_value);
-    EXPECT_EQ(rd.message(), "Bad string in item 1 of list input");
-  }
-  ListReader rd(f);  // a NUL byte is an ordinary character of unquoted text
-  EXPECT_EQ(rd.read_text(s, 4), LdStatus::ok);
-  EXPECT_EQ(s, std::string("a\0b ", 4));
 }
 
 }  // namespace

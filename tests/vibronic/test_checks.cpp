@@ -1,3 +1,4 @@
+// The warnings about the vibronic data that the small molecule of data/mistakes.tsv cannot show.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,10 +8,10 @@
 namespace ictvcf {
 namespace {
 
-TEST(Orthogonality, RotationScalingAndSingularMatrix) {
+TEST(Orthogonality, RotoreflectionScalingAndSingularMatrix) {
   Matrix<double> s(3, 3);
   const double c = std::cos(0.3), sn = std::sin(0.3);
-  s(1, 1) = c, s(1, 2) = -sn, s(2, 1) = sn, s(2, 2) = c, s(3, 3) = -1.0;  // a rotoreflection
+  s(1, 1) = c, s(1, 2) = -sn, s(2, 1) = sn, s(2, 2) = c, s(3, 3) = -1.0;
   Orthogonality o = orthogonality(s);
   EXPECT_LT(o.deviation, 1e-15);
   EXPECT_NEAR(o.abs_det, 1.0, 1e-15);
@@ -28,7 +29,7 @@ TEST(VibronicChecks, ColumnLayoutWithTheSecondMatrixSelected) {
   DushinData v;
   v.nmode = 2;
   allocatedushindata(v, 0);
-  for (int i = 1; i <= 2; ++i) v.s(i, i) = 1.0;
+  v.s(1, 1) = v.s(2, 2) = 1.0;
   p.dsfile = pad("dushin.dat", 200);
   p.dushtype = 2;
   for (int dush12 : {2, 1}) {
