@@ -482,13 +482,13 @@ void Band::integrate(std::span<const double> gaps, double centre, double phi2,
       continue;
     }
     bool done = true;
-    const std::vector<double> spec = spectrum();
+    const std::vector<double> tilted = spectrum();
     for (std::size_t g = 0; g < gaps.size(); ++g) {
       if (rejected_[g]) continue;
       const double k_rel = h_ * fine[g].sum;
       const double cancellation = 1e-15 * fine[g].magnitude / std::fabs(fine[g].sum);
       // Twice the estimated aliasing, for safety.
-      error[g] = k_rel > 0.0 ? 2.0 * alias_error(spec, gaps[g], k_rel, width_) + cancellation +
+      error[g] = k_rel > 0.0 ? 2.0 * alias_error(tilted, gaps[g], k_rel, width_) + cancellation +
                                    relative_tail(static_cast<double>(count) * h_) / k_rel
                              : kInf;
       // A finer step cannot help where the sum cancels to below the accuracy asked for (lines
