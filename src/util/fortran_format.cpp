@@ -306,7 +306,7 @@ std::string fmt_a(std::string_view s, int w) {
   return out;
 }
 
-std::string ld_record(std::initializer_list<LdItem> items) {
+std::string ld_record(std::span<const LdItem> items) {
   std::string out;
   if (items.size() == 0) return out;
   out.reserve(1 + 26 * items.size());

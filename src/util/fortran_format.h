@@ -6,6 +6,7 @@
 #include <complex>
 #include <cstdint>
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -41,6 +42,9 @@ struct LdItem {
 };
 
 // The record written by WRITE(u,*) items (without the newline).
-std::string ld_record(std::initializer_list<LdItem> items);
+std::string ld_record(std::span<const LdItem> items);
+inline std::string ld_record(std::initializer_list<LdItem> items) {
+  return ld_record(std::span<const LdItem>(items.begin(), items.size()));
+}
 
 }  // namespace ictvcf
