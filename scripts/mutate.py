@@ -207,7 +207,7 @@ def main(argv):
                     elif status != 0:
                         result, detail = 'caught', first_failure(out)
                     else:
-                        result, detail = 'survived', f.what
+                        result, detail = 'survived', '-'
             finally:
                 with open(path, 'w', encoding='utf-8') as fh:
                     fh.write(original)
