@@ -157,10 +157,10 @@ Rates contour_scan(EngineContext& ctx, const Damping& d, double tol,
   out.log_at_ead = e.log_rate;
   out.error_at_ead = e.error;
   out.method = printed(
-      "method: shifted time contour t = s + i tau0, tau0 = %.6g au (%.4g fs), step %.4g au over "
-      "s = 0 .. %.6g au; %d contour%s for the scan, %lld engine evaluations; estimated relative "
-      "error %.2g (tolerance %.2g)",
-      e.tau, e.tau * au2fs, e.step, e.window, r.contours, r.contours == 1 ? "" : "s",
+      "method: shifted time contour t = s + i tau, tau = %.6g au (%.4g fs; saddle point tau0 = "
+      "%.6g au), step %.4g au over s = 0 .. %.6g au; %d contour%s for the scan, %lld engine "
+      "evaluations; estimated relative error %.2g (tolerance %.2g)",
+      e.tau, e.tau * au2fs, e.saddle, e.step, e.window, r.contours, r.contours == 1 ? "" : "s",
       static_cast<long long>(r.evaluations), e.error, tol);
   out.warnings = r.warnings;
   return out;

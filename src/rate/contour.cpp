@@ -66,6 +66,8 @@ class Phi {
     return std::isnan(l) ? kInf : -gap * tau + l + 0.5 * sigma_ * sigma_ * tau * tau;
   }
   double beta() const { return beta_; }
+  // The values of ln C(i tau) met so far (not a number outside the strip).
+  const std::map<double, double>& values() const { return cache_; }
 
  private:
   EngineContext& ctx_;
@@ -137,6 +139,104 @@ Saddle find_saddle(Phi& phi, double gap, double unit, double sigma) {
   return {b, fb, phi2};
 }
 
+// The trapezoidal sum with step h on the line Im t = tau errs, by Poisson's summation formula, by
+// sum over m != 0 of e^{-x_m tau} k(E - x_m), x_m = 2 pi m/h: the tilted spectrum one, two, ...
+// periods away from the gap. Every term is a rate (the sum over-estimates), and each is bounded
+// by values on the imaginary axis: with Gaussian lines, e^{-(u/sigma)^2/2} <= e^{-u tau' +
+// sigma^2 tau'^2/2} for every tau', so k(E') <= sqrt(2 pi)/sigma e^{phi_E'(tau')} in the strip and
+//   e^{-x tau} k(E - x) <= sqrt(2 pi)/sigma e^{phi_E(tau') - x (tau - tau')}   (tau' < tau),
+//   e^{x tau} k(E + x) <= sqrt(2 pi)/sigma e^{phi_E(tau') - x (tau' - tau)}   (tau' > tau),
+// x > 0; over m the bounds fall geometrically. The best tau' is where phi'(tau') = -+x; the
+// values met so far serve, a few more are asked for where they tighten the bound.
+class AliasBound {
+ public:
+  AliasBound(const Phi& phi, double sigma) : phi_(phi), sigma_(sigma) {}
+  // ln of the bound on the error of the trapezoidal sum at the gap, x = 2 pi/h, on Im t = tau;
+  // infinite without values of ln C on both sides of the line.
+  double ln_error(double gap, double tau, double x) const {
+    double up = kInf, down = kInf;
+    for (const auto& [t, l] : phi_.values()) {
+      const double a = x * std::fabs(tau - t);
+      if (std::isnan(l) || !(a > 0.0)) continue;
+      const double term =
+          -gap * t + l + 0.5 * sigma_ * sigma_ * t * t - a - std::log1p(-std::exp(-a));
+      (t > tau ? up : down) = std::min(t > tau ? up : down, term);
+    }
+    if (!std::isfinite(up) || !std::isfinite(down)) return kInf;
+    const double top = std::max(up, down);
+    return 0.5 * std::log(2.0 * kPi) - std::log(sigma_) + top +
+           std::log1p(std::exp(std::min(up, down) - top));
+  }
+
+ private:
+  const Phi& phi_;
+  double sigma_;
+};
+
+// Where to put the contour, and its first step. On the side above the gap the tilted spectrum
+// falls as set by the distance to the top of the strip of convergence (an exponential, often the
+// slowest to fall), below it about as a Gaussian of variance phi''. A contour delta below the
+// saddle point damps the side above by e^{-w delta} and raises the side below by e^{w delta}, at a
+// cost in cancellation of e^{phi(tau0 - delta) - phi(tau0)}. Within a factor 10 of that cost, the
+// height is the one whose bound allows the coarsest step (for a rate of about its Laplace
+// estimate e^{phi(tau0)} sqrt(2 pi/phi'')). A few values locate the top of the strip and the best
+// tau' of each side; in all, about twenty evaluations on the imaginary axis.
+struct Plan {
+  double tau = 0.0;  // the contour's height
+  double x = 0.0;    // 2 pi/h of the first step, for the saddle's gap
+};
+
+Plan plan_contour(Phi& phi, const AliasBound& bound, double gap, const Saddle& saddle, double unit,
+                  double tol) {
+  const double phi2 = saddle.phi2;
+  const double target = saddle.phi + 0.5 * std::log(2.0 * kPi / phi2) + std::log(0.25 * tol);
+  // The top of the strip, bracketed by the values so far, narrowed by bisection.
+  double finite = saddle.tau, outside = kInf;
+  for (const auto& [tau, l] : phi.values())
+    if (tau > saddle.tau && !std::isnan(l)) finite = std::max(finite, tau);
+  for (const auto& [tau, l] : phi.values())
+    if (tau > finite && std::isnan(l)) outside = std::min(outside, tau);
+  for (int k = 0; k < 3 && std::isfinite(outside); ++k) {
+    const double mid = 0.5 * (finite + outside);
+    (std::isnan(phi.ln_c(mid)) ? outside : finite) = mid;
+  }
+  // The smallest x whose bound at height tau meets the target (infinite if none does).
+  auto step_for = [&](double tau) {
+    double lo = 0.0, hi = std::sqrt(2.0 * phi2 * std::log(1.0 / tol));
+    for (int k = 0; bound.ln_error(gap, tau, hi) > target; ++k) {
+      if (k == 60) return kInf;
+      lo = hi, hi *= 2.0;
+    }
+    for (int k = 0; k < 50; ++k) {
+      const double mid = 0.5 * (lo + hi);
+      (bound.ln_error(gap, tau, mid) > target ? lo : hi) = mid;
+    }
+    return hi;
+  };
+  // Heights towards t = 0 from the saddle point, keeping a unit away from it.
+  const double side = saddle.tau > 0.0 ? 1.0 : -1.0;
+  const double reach = std::max(
+      0.0, std::min(std::sqrt(2.0 * std::log(10.0) / phi2), std::fabs(saddle.tau) - 2.0 * unit));
+  Plan plan{saddle.tau, std::sqrt(2.0 * phi2 * std::log(4.0 / tol))};
+  for (int round = 0; round < 2; ++round) {
+    // Where the bounds of the two sides are tightest for the present step: phi'(tau') = +-x, near
+    // tau0 +- x/phi'' (farther where ln C is flatter, nearer where it curves up).
+    for (double sign : {1.0, -1.0})
+      for (double f : {0.25, 0.5, 1.0, 2.0, 4.0}) {
+        const double t = saddle.tau + sign * f * plan.x / phi2;
+        if (std::fabs(t) >= unit && t > -phi.beta() && t < finite) phi.ln_c(t);
+      }
+    const Plan last = plan;
+    plan = {saddle.tau, step_for(saddle.tau)};
+    for (int k = 1; k <= 16 && reach > 0.0; ++k) {
+      const double tau = saddle.tau - side * reach * k / 16.0, x = step_for(tau);
+      if (x < 0.99 * plan.x) plan = {tau, x};
+    }
+    if (!std::isfinite(plan.x)) plan = {saddle.tau, last.x};
+  }
+  return plan;
+}
+
 // One point of the contour t = s + i tau.
 struct Sample {
   double s = 0.0;
@@ -154,9 +254,9 @@ struct Sums {
 
 class Band {
  public:
-  Band(EngineContext& ctx, const ContourSettings& set, double tau, std::int64_t& evaluations,
-       std::vector<std::string>& warnings)
-      : width_(highest_frequency(ctx.in)),
+  Band(EngineContext& ctx, const ContourSettings& set, const AliasBound& bound, double tau,
+       std::int64_t& evaluations, std::vector<std::string>& warnings)
+      : bound_(bound),
         ctx_(ctx),
         set_(set),
         tau_(tau),
@@ -164,10 +264,11 @@ class Band {
         warnings_(warnings),
         follower_{ctx} {}
 
-  // Integrates the band's gaps; `centre` is the gap whose saddle the contour is at, `phi2` its
-  // phi''. With `pairs`, also the pair integrals of the first gap.
-  void integrate(std::span<const double> gaps, double centre, double phi2, std::span<GapRate> out,
-                 PairIntegrals* pairs);
+  // Integrates the band's gaps; `centre` is the gap whose saddle the contour is planned for,
+  // `phi2` its phi'', `x` = 2 pi/h the first step for it, `lifted` how far phi at the contour is
+  // above its minimum. With `pairs`, also the pair integrals of the first gap.
+  void integrate(std::span<const double> gaps, double centre, double phi2, double x, double lifted,
+                 std::span<GapRate> out, PairIntegrals* pairs);
   // Whether gap g of the last band was left to a contour of its own.
   bool rejected(std::size_t g) const { return rejected_[g]; }
 
@@ -179,9 +280,6 @@ class Band {
   void add_points(const std::vector<double>& s_new, int level);
   void follow(std::size_t i);
   Sums sums(double gap, int level) const;
-  std::vector<double> spectrum() const;
-  double alias_error(const std::vector<double>& spectrum, double gap, double k_rel,
-                     double width) const;
   void accumulate_pairs(std::size_t first, std::size_t count, const std::vector<std::size_t>& at,
                         const std::vector<cplx>& terms);
   void repass_pairs();
@@ -193,7 +291,7 @@ class Band {
     return std::max(threads, std::min(8 * threads, (std::size_t{64} << 20) / per_point));
   }
 
-  double width_;  // the largest spacing of neighbouring lines: the highest frequency
+  const AliasBound& bound_;
   EngineContext& ctx_;
   const ContourSettings& set_;
   double tau_;
@@ -337,90 +435,13 @@ Sums Band::sums(double gap, int level) const {
   return out;
 }
 
-// In place, iterative radix 2: a_m := sum_k a_k e^{+2 pi i m k / n}, n a power of two.
-void fourier(std::vector<cplx>& a) {
-  const std::size_t n = a.size();
-  for (std::size_t i = 1, j = 0; i < n; ++i) {
-    std::size_t bit = n >> 1;
-    for (; j & bit; bit >>= 1) j ^= bit;
-    j ^= bit;
-    if (i < j) std::swap(a[i], a[j]);
-  }
-  for (std::size_t len = 2; len <= n; len <<= 1) {
-    const cplx w = std::polar(1.0, 2.0 * kPi / static_cast<double>(len));
-    for (std::size_t i = 0; i < n; i += len) {
-      cplx z(1.0, 0.0);
-      for (std::size_t k = 0; k < len / 2; ++k, z *= w) {
-        const cplx u = a[i + k], v = a[i + k + len / 2] * z;
-        a[i + k] = u + v;
-        a[i + k + len / 2] = u - v;
-      }
-    }
-  }
-}
-
-// The trapezoidal sums S(x) = sum_k w_k Re(e^{i x s_k} rho_k) of the current grid at every
-// x = 2 pi m/(M h), by one Fourier transform (x beyond pi/h wraps around to negative values).
-std::vector<double> Band::spectrum() const {
-  std::size_t m = 1;
-  const std::size_t points = samples_.size();
-  while (m < 4 * points) m <<= 1;
-  std::vector<cplx> a(m, cplx(0.0, 0.0));
-  const Sample& zero = samples_[0];
-  for (const Sample& x : samples_) {
-    const auto k = static_cast<std::size_t>(std::llround(x.s / h_));
-    a[k] = (x.s == 0.0 ? 1.0 : 2.0) * std::exp(x.lng - zero.lng) * x.v.pairs / zero.v.pairs.real();
-  }
-  fourier(a);
-  std::vector<double> out(m);
-  for (std::size_t i = 0; i < m; ++i) out[i] = a[i].real();
-  return out;
-}
-
-// The error of the trapezoidal sum at step h is the weight of the tilted spectrum one period
-// 2 pi/h away on either side: a(w) = e^{w tau} k(E + w) + e^{-w tau} k(E - w), relative to k(E),
-// at w = 2 pi/h. Every term is a rate, so a(w) >= 0, and on the current grid it is known up to
-// the Nyquist limit pi/h. Neighbouring lines are at most the highest frequency W apart, so its
-// envelope is the largest a in a window of width W; the envelopes of harmonic progressions are
-// log-concave (they fall at least as fast as an exponential whose rate grows), so the envelope
-// near pi/h and near pi/2h, continued as an exponential, over-estimates a(2 pi/h). Infinite when
-// the grid is too coarse for it.
-double Band::alias_error(const std::vector<double>& spectrum, double gap, double k_rel,
-                         double width) const {
-  const double nyquist = kPi / h_;
-  if (nyquist < 6.0 * width) return kInf;
-  const auto m = static_cast<double>(spectrum.size());
-  auto a = [&](double w) {
-    auto at = [&](double x) {
-      const auto i = static_cast<std::int64_t>(std::llround(x * m * h_ / (2.0 * kPi)));
-      const auto size = static_cast<std::int64_t>(spectrum.size());
-      return spectrum[static_cast<std::size_t>(((i % size) + size) % size)];
-    };
-    return std::fabs(h_ * (at(gap + w) + at(gap - w))) / std::fabs(k_rel);
-  };
-  const double dw = 2.0 * kPi / (m * h_);  // the grid of the spectrum
-  auto envelope = [&](double from, double to) {
-    double e = 0.0;
-    for (double w = from; w <= to; w += dw) e = std::max(e, a(w));
-    return e;
-  };
-  const double far = 0.5 * envelope(nyquist - width, nyquist);  // a counts both sides at pi/h
-  const double half = envelope(0.5 * (nyquist - width), 0.5 * (nyquist + width));
-  if (!(half > 0.0) || far >= half) return far;
-  // The largest values may sit anywhere in their windows: the shortest continuation (from pi/h)
-  // over the longest baseline (from the lower end of the first window) errs on the safe side.
-  return far * std::pow(far / half, nyquist / (0.5 * (nyquist + width)));
-}
-
-void Band::integrate(std::span<const double> gaps, double centre, double phi2,
-                     std::span<GapRate> out, PairIntegrals* pairs) {
+void Band::integrate(std::span<const double> gaps, double centre, double phi2, double x,
+                     double lifted, std::span<GapRate> out, PairIntegrals* pairs) {
   const double tol = set_.tol, sigma = set_.sigma;
-  // First step: the tilted spectrum at the contour is about Gaussian with variance phi'', and
-  // the trapezoidal sum's error is its weight one period 2 pi/h away from the farthest gap.
+  // First step: x = 2 pi/h for the centre (from the plan), one period beyond the farthest gap.
   double offset = 0.0;
   for (double g : gaps) offset = std::max(offset, std::fabs(g - centre));
-  const double a = 2.0 * phi2 * std::log(1.0 / tol);
-  h_ = 2.0 * kPi / (offset + std::sqrt(offset * offset + a));
+  h_ = 2.0 * kPi / (offset + std::sqrt(offset * offset + x * x));
   // Window: the bound |integrand(s)| <= integrand(0) exp(-sigma^2 s^2/2) under a fifth of the
   // accuracy times the rate (expected, then found).
   auto window_for = [&](double relative_rate) {
@@ -433,7 +454,8 @@ void Band::integrate(std::span<const double> gaps, double centre, double phi2,
   double expected = kInf;
   for (double g : gaps) {
     const double d = g - centre;
-    expected = std::min(expected, std::sqrt(2.0 * kPi / phi2) * std::exp(-0.5 * d * d / phi2));
+    expected =
+        std::min(expected, std::sqrt(2.0 * kPi / phi2) * std::exp(-0.5 * d * d / phi2 - lifted));
   }
   if (pairs) {
     pairs_ = pairs;
@@ -482,15 +504,18 @@ void Band::integrate(std::span<const double> gaps, double centre, double phi2,
       continue;
     }
     bool done = true;
-    const std::vector<double> tilted = spectrum();
     for (std::size_t g = 0; g < gaps.size(); ++g) {
       if (rejected_[g]) continue;
       const double k_rel = h_ * fine[g].sum;
       const double cancellation = 1e-15 * fine[g].magnitude / std::fabs(fine[g].sum);
-      // Twice the estimated aliasing, for safety.
-      error[g] = k_rel > 0.0 ? 2.0 * alias_error(tilted, gaps[g], k_rel, width_) + cancellation +
-                                   relative_tail(static_cast<double>(count) * h_) / k_rel
-                             : kInf;
+      // The aliasing bounded from the imaginary axis (relative to the rate: the integrand at s = 0
+      // is e^{phi(tau)}).
+      const double ln_f0 =
+          samples_[0].lng.real() - gaps[g] * tau_ + std::log(samples_[0].v.pairs.real());
+      error[g] = k_rel > 0.0
+                     ? std::exp(bound_.ln_error(gaps[g], tau_, 2.0 * kPi / h_) - ln_f0) / k_rel +
+                           cancellation + relative_tail(static_cast<double>(count) * h_) / k_rel
+                     : kInf;
       // A finer step cannot help where the sum cancels to below the accuracy asked for (lines
       // far narrower than their spacing, the gap between them): that gap is final.
       if (!(error[g] <= tol) && !(cancellation > 0.5 * tol)) done = false;
@@ -554,6 +579,7 @@ ContourResult contour_rates(EngineContext& ctx, const ContourSettings& settings,
   if (!(wmax > 0.0)) throw FatalError("ictvcf rate: no vibrational frequency above zero", 2);
   const double unit = 0.5 / wmax;
   Phi phi(ctx, settings.sigma, result.evaluations);
+  const AliasBound bound(phi, settings.sigma);
 
   // Gaps in increasing order; the first gap asked for anchors the first band.
   std::vector<std::size_t> order(gaps.size());
@@ -580,8 +606,12 @@ ContourResult contour_rates(EngineContext& ctx, const ContourSettings& settings,
             gaps[i] <= std::max(hi, centre + reach))
           take(i);
     std::vector<GapRate> rates(band.size());
-    Band b(ctx, settings, saddle.tau, result.evaluations, result.warnings);
-    b.integrate(band, centre, saddle.phi2, rates, pairs ? &result.pairs : nullptr);
+    const Plan plan = plan_contour(phi, bound, centre, saddle, unit, settings.tol);
+    const double lifted = phi(centre, plan.tau) - saddle.phi;  // the integrand at s = 0, raised
+    Band b(ctx, settings, bound, plan.tau, result.evaluations, result.warnings);
+    b.integrate(band, centre, saddle.phi2, plan.x, std::isfinite(lifted) ? lifted : 0.0, rates,
+                pairs ? &result.pairs : nullptr);
+    for (GapRate& r : rates) r.saddle = saddle.tau;
     for (std::size_t k = 0; k < band.size(); ++k) {
       result.rates[index[k]] = rates[k];
       if (b.rejected(k)) served[index[k]] = false, rejected[index[k]] = true;

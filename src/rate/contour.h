@@ -1,11 +1,12 @@
 // The rate k(E) = integral dt e^{iEt} C(t) D(t) on a time contour shifted into the complex plane,
 // for Gaussian damping D(t) = exp(-sigma^2 t^2 / 2). The integrand is analytic in a strip
-// -beta < Im t < tau_max, so the integral is the same along t = s + i tau. At the saddle point
+// -beta < Im t < tau_max, so the integral is the same along t = s + i tau. Near the saddle point
 // tau0, the minimum of the convex phi(tau) = -E tau + ln C(i tau) + sigma^2 tau^2 / 2, the
 // integrand no longer oscillates near s = 0 and the small rate comes without cancellation. Along
 // the line, C(-s + i tau) = C(s + i tau)*, |integrand(s)| <= integrand(0) exp(-sigma^2 s^2 / 2),
-// and the trapezoidal sum converges exponentially in 1/ds; the step is halved until two
-// successive sums agree to the accuracy asked for. Atomic units; no files, no output.
+// and the trapezoidal sum converges exponentially in 1/ds; its error is bounded by values of C
+// on the imaginary axis, which choose the line's height and the step before the line is sampled.
+// Atomic units; no files, no output.
 #pragma once
 
 #include <cstdint>
@@ -28,8 +29,9 @@ struct GapRate {
   double gap = 0.0;       // hartree
   double rate = 0.0;      // atomic units (per atomic unit of time)
   double log_rate = 0.0;  // ln of the rate, meaningful where the rate underflows
-  double error = 0.0;     // estimated relative error
+  double error = 0.0;     // relative error: bounds on aliasing and window, estimated rounding
   double tau = 0.0;       // the height of its contour (atomic units of time)
+  double saddle = 0.0;    // the saddle point of its band's centre, at or above the contour
   double step = 0.0;      // the final step along the contour
   double window = 0.0;    // the extent of the contour, s = 0 .. window
 };

@@ -145,8 +145,8 @@ TEST(Contour, LatticeAtAnyTemperatureAndDepth) {
         EXPECT_NEAR(rates[i].rate / want, 1.0, 1e-8)
             << temp << " K, " << gaps_cm[i] << " cm-1, together " << together;
         EXPECT_LE(rates[i].error, 1e-9);
-        // A gap alone has its contour at its own saddle point.
-        const double tau = rates[i].tau, at = phi(p, 1200, gaps[i], sigma, tau);
+        // A gap alone has its contour planned from its own saddle point.
+        const double tau = rates[i].saddle, at = phi(p, 1200, gaps[i], sigma, tau);
         for (double off : {0.97, 1.03})
           EXPECT_TRUE(together || at <= phi(p, 1200, gaps[i], sigma, off * tau)) << "saddle";
       }
