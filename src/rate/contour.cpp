@@ -283,12 +283,13 @@ class Band {
   void accumulate_pairs(std::size_t first, std::size_t count, const std::vector<std::size_t>& at,
                         const std::vector<cplx>& terms);
   void repass_pairs();
-  // Points evaluated together when their pair terms (nmode^2 numbers each) are kept: eight per
-  // thread, within 64 MiB.
+  // Points evaluated together when their pair terms (nmode^2 numbers each) are kept: 64 per
+  // thread, within 256 MiB (each batch ends with the threads waiting for the slowest, and with
+  // the sum over its points on one thread).
   std::size_t pair_chunk() const {
     const std::size_t per_point = 16 * static_cast<std::size_t>(ctx_.in.nmode) * ctx_.in.nmode;
     const std::size_t threads = static_cast<std::size_t>(std::max(ctx_.threads, 1));
-    return std::max(threads, std::min(8 * threads, (std::size_t{64} << 20) / per_point));
+    return std::max(threads, std::min(64 * threads, (std::size_t{256} << 20) / per_point));
   }
 
   const AliasBound& bound_;
