@@ -90,6 +90,10 @@ int bench(const std::string& input) {
   std::printf("%-26s %16.9e %12.2e %12lld %10.4f\n", "contour + mode pairs",
               with_pairs.rates[0].rate, with_pairs.rates[0].rate / exact - 1.0,
               static_cast<long long>(with_pairs.evaluations), t_pairs);
+  const GapRate& r = contour.rates[0];
+  std::printf(
+      "contour (tol 1e-6): tau %.4g au (saddle point %.4g au), step %.4g au, window %.6g au\n",
+      r.tau, r.saddle, r.step, r.window);
   std::printf("time of the contour (tol 1e-6) / real axis: %.3f\n", t_contour / t_real);
   std::printf("time with the mode pairs (--modes) / without: %.3f\n", t_pairs / t_contour);
   return 0;
