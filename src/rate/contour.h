@@ -31,7 +31,7 @@ struct GapRate {
   double log_rate = 0.0;  // ln of the rate, meaningful where the rate underflows
   double error = 0.0;     // relative error: bounds on aliasing and window, estimated rounding
   double tau = 0.0;       // the height of its contour (atomic units of time)
-  double saddle = 0.0;    // the saddle point of its band's centre, at or above the contour
+  double saddle = 0.0;    // its band centre's saddle point; the contour lies between it and 0
   double step = 0.0;      // the final step along the contour
   double window = 0.0;    // the extent of the contour, s = 0 .. window
 };
