@@ -280,6 +280,10 @@ class Band {
   void add_points(const std::vector<double>& s_new, int level);
   void follow(std::size_t i);
   Sums sums(double gap, int level) const;
+  // ln of the integrand at s = 0, phi(tau) for the gap: the scale of the relative sums.
+  double ln_at_zero(double gap) const {
+    return samples_[0].lng.real() - gap * tau_ + std::log(samples_[0].v.pairs.real());
+  }
   void accumulate_pairs(std::size_t first, std::size_t count, const std::vector<std::size_t>& at,
                         const std::vector<cplx>& terms);
   void repass_pairs();
@@ -509,14 +513,13 @@ void Band::integrate(std::span<const double> gaps, double centre, double phi2, d
       if (rejected_[g]) continue;
       const double k_rel = h_ * fine[g].sum;
       const double cancellation = 1e-15 * fine[g].magnitude / std::fabs(fine[g].sum);
-      // The aliasing bounded from the imaginary axis (relative to the rate: the integrand at s = 0
-      // is e^{phi(tau)}).
-      const double ln_f0 =
-          samples_[0].lng.real() - gaps[g] * tau_ + std::log(samples_[0].v.pairs.real());
-      error[g] = k_rel > 0.0
-                     ? std::exp(bound_.ln_error(gaps[g], tau_, 2.0 * kPi / h_) - ln_f0) / k_rel +
-                           cancellation + relative_tail(static_cast<double>(count) * h_) / k_rel
-                     : kInf;
+      // The aliasing bounded from the imaginary axis, relative to the rate.
+      error[g] =
+          k_rel > 0.0
+              ? std::exp(bound_.ln_error(gaps[g], tau_, 2.0 * kPi / h_) - ln_at_zero(gaps[g])) /
+                        k_rel +
+                    cancellation + relative_tail(static_cast<double>(count) * h_) / k_rel
+              : kInf;
       // A finer step cannot help where the sum cancels to below the accuracy asked for (lines
       // far narrower than their spacing, the gap between them): that gap is final.
       if (!(error[g] <= tol) && !(cancellation > 0.5 * tol)) done = false;
@@ -539,7 +542,7 @@ void Band::integrate(std::span<const double> gaps, double centre, double phi2, d
     r.step = h_;
     r.window = static_cast<double>(count) * h_;
     r.error = rejected_[g] ? std::numeric_limits<double>::quiet_NaN() : error[g];
-    const double base = zero.lng.real() - gaps[g] * tau_ + std::log(zero.v.pairs.real());
+    const double base = ln_at_zero(gaps[g]);
     const double k_rel = h_ * fine[g].sum;
     r.log_rate = k_rel > 0.0 ? base + std::log(k_rel) : -kInf;
     r.rate = k_rel > 0.0 ? std::exp(r.log_rate) : std::exp(base) * k_rel;
