@@ -4,9 +4,12 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <set>
 #include <stdexcept>
 
+#include "prepare/atom_order.h"
 #include "prepare/modes.h"
 #include "prepare/qc_files.h"
 #include "prepare/run_files.h"
@@ -20,7 +23,9 @@ namespace {
 
 const char* const kPrepareUsage =
     "usage: ictvcf prepare FINAL INITIAL [--nac FILE] [--nac-geometry final|initial]\n"
-    "                      [--ead VALUE eV|cm-1|au] [--out DIR]\n";
+    "                      [--nac-unit bohr|angstrom] [--ead VALUE eV|cm-1|au]\n"
+    "                      [--temp K] [--fwhm VALUE cm-1|eV|au] [--out DIR] [--force]\n"
+    "                      [--keep-order] [--drop-ghosts]\n";
 
 constexpr double kFwhmCm = 200.0;  // Gaussian broadening written for the rate, cm-1
 constexpr double kTemp = 300.0;
@@ -30,12 +35,17 @@ const char* const kHelp =
     "Writes dushin.dat, nacme.dat and ic.inp (in DIR, default the working directory) for\n"
     "'ictvcf ic.inp' and 'ictvcf rate ic.inp' from two frequency calculations: FINAL of the\n"
     "lower (final) electronic state, state 1 of the run, and INITIAL of the upper (initial)\n"
-    "state, state 2. Each is a Gaussian formatted checkpoint (.fchk) or an ORCA Hessian file\n"
-    "(.hess). The non-adiabatic coupling is the 'Nonadiabatic coupling' of INITIAL's (or\n"
-    "FINAL's) checkpoint, or --nac FILE: a checkpoint, an ORCA output with the CARTESIAN\n"
-    "NON-ADIABATIC COUPLINGS block, or N lines 'x y z' (1/bohr) computed at the geometry that\n"
-    "--nac-geometry names. ead is the difference of the files' total energies unless --ead is\n"
-    "given. See README.md.\n";
+    "state, state 2. Each is a Gaussian or Q-Chem formatted checkpoint (.fchk) or an ORCA\n"
+    "Hessian file (.hess). The non-adiabatic coupling is the 'Nonadiabatic coupling' of\n"
+    "INITIAL's (or FINAL's) checkpoint, or --nac FILE: a checkpoint, an ORCA output with the\n"
+    "CARTESIAN NON-ADIABATIC COUPLINGS block (with the coordinates before it, or the block alone\n"
+    "and --nac-geometry), or N lines 'x y z' computed at the geometry that --nac-geometry names,\n"
+    "in 1/bohr (--nac-unit angstrom for 1/angstrom). INITIAL's atoms of one element are\n"
+    "renumbered to match FINAL's where that brings the geometries closer (--keep-order takes\n"
+    "them as numbered). ead is the difference of the files' total energies unless --ead is\n"
+    "given; --temp (default 300 K) and --fwhm (default 200 cm-1, Gaussian) set the input's\n"
+    "temperature and broadening. Files already in DIR are replaced only with --force.\n"
+    "See README.md.\n";
 
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -47,25 +57,43 @@ struct Options {
   bool has_ead = false;
   double ead = 0.0;  // hartree
   std::string ead_text;
+  double nac_unit = 1.0;  // bohr per unit of length of the coupling file
+  std::string nac_unit_name = "bohr";
+  double temp = kTemp;
+  double fwhm = kFwhmCm / au2cm;  // hartree
+  bool force = false, keep_order = false, drop_ghosts = false;
 };
 
-double energy_unit(const std::string& word) {
+double energy_unit(const std::string& word, const char* option) {
   const std::string u = lower_ascii(word);
   if (u == "ev") return 1.0 / au2ev;
+  if (u == "mev") return 1e-3 / au2ev;
   if (u == "cm-1") return 1.0 / au2cm;
   if (u == "au" || u == "a.u." || u == "hartree") return 1.0;
-  throw UsageError("expected the unit of --ead (eV, cm-1 or au), found '" + word + "'");
+  throw UsageError("expected the unit of " + std::string(option) +
+                   " (eV, meV, cm-1 or au), found '" + word + "'");
+}
+
+double number_of(const std::string& v, const std::string& option) {
+  char* end = nullptr;
+  const double x = std::strtod(v.c_str(), &end);
+  if (v.empty() || end != v.c_str() + v.size() || !std::isfinite(x))
+    throw UsageError("expected a number after " + option + ", found '" + v + "'");
+  return x;
 }
 
 Options parse(const std::vector<std::string>& args) {
   Options o;
   std::vector<std::string> files;
+  std::set<std::string> seen;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     auto value = [&](const char* what) -> const std::string& {
       if (i + 1 >= args.size()) throw UsageError("expected " + std::string(what) + " after " + a);
       return args[++i];
     };
+    if (a.size() > 1 && a[0] == '-' && !seen.insert(a).second)
+      throw UsageError(a + " is given twice: which one is meant?");
     if (a == "--nac") {
       o.nac_file = value("a file name");
     } else if (a == "--nac-geometry") {
@@ -76,18 +104,39 @@ Options parse(const std::vector<std::string>& args) {
         o.nac_at = NacGeometry::initial_state;
       else
         throw UsageError("expected final or initial after --nac-geometry, found '" + g + "'");
+    } else if (a == "--nac-unit") {
+      const std::string& u = value("bohr or angstrom");
+      if (u == "bohr") {
+        o.nac_unit = 1.0;
+      } else if (u == "angstrom") {
+        o.nac_unit = bohr_in_angstrom;  // d/dx in 1/angstrom times angstrom per bohr
+      } else {
+        throw UsageError("expected bohr or angstrom after --nac-unit, found '" + u + "'");
+      }
+      o.nac_unit_name = u;
     } else if (a == "--ead") {
       const std::string& v = value("a value and a unit");
       const std::string& unit = value("a unit (eV, cm-1 or au)");
-      char* end = nullptr;
-      const double x = std::strtod(v.c_str(), &end);
-      if (v.empty() || end != v.c_str() + v.size())
-        throw UsageError("expected a number after --ead, found '" + v + "'");
-      o.ead = x * energy_unit(unit);
+      o.ead = number_of(v, a) * energy_unit(unit, "--ead");
       o.has_ead = true;
       o.ead_text = v + " " + unit;
+    } else if (a == "--fwhm") {
+      const std::string& v = value("a value and a unit");
+      const std::string& unit = value("a unit (cm-1, eV or au)");
+      o.fwhm = number_of(v, a) * energy_unit(unit, "--fwhm");
+      if (!(o.fwhm > 0.0)) throw UsageError("expected a width above 0 after --fwhm, found " + v);
+    } else if (a == "--temp") {
+      const std::string& v = value("a temperature in K");
+      o.temp = number_of(v, a);
+      if (!(o.temp >= 0.0)) throw UsageError("expected a temperature of 0 K or more, found " + v);
     } else if (a == "--out") {
       o.out_dir = value("a directory");
+    } else if (a == "--force") {
+      o.force = true;
+    } else if (a == "--keep-order") {
+      o.keep_order = true;
+    } else if (a == "--drop-ghosts") {
+      o.drop_ghosts = true;
     } else if (a.size() > 1 && a[0] == '-') {
       throw UsageError("unknown option '" + a + "'");
     } else {
@@ -97,12 +146,21 @@ Options parse(const std::vector<std::string>& args) {
   if (files.size() != 2)
     throw UsageError("expected two files, FINAL and INITIAL, found " +
                      std::to_string(files.size()));
+  if (o.nac_file.empty() && (seen.count("--nac-geometry") || seen.count("--nac-unit")))
+    throw UsageError(std::string(seen.count("--nac-geometry") ? "--nac-geometry" : "--nac-unit") +
+                     " describes the file of --nac, which is not given");
   o.final_file = files[0];
   o.initial_file = files[1];
   return o;
 }
 
 std::string cm(double hartree) { return printed("%.2f", hartree * au2cm); }
+
+// The run numbers the vibrations alone, 1 .. 3N-6 (its `mode =`, its log, `rate --modes`); here
+// the 3N-long quantities have the translations and rotations first.
+std::string mode_name(int k, const NormalModes& modes) {
+  return printed("mode %d (%s cm-1)", k - 6, cm(modes.omega[std::max(k, 1) - 1]).c_str());
+}
 
 std::vector<std::string> warnings(const PrepareResult& r, const QcState* st[2], const NacInput& nac,
                                   double ead) {
@@ -129,10 +187,10 @@ std::vector<std::string> warnings(const PrepareResult& r, const QcState* st[2], 
     if (c.grad_max > 1e-4)
       w.push_back(
           printed("%s: a gradient of %.2e hartree/bohr (atom %d): the geometry is not "
-                  "quite at the minimum; along mode %d (%s cm-1) the minimum lies %.3g "
+                  "quite at the minimum; along %s the minimum lies %.3g "
                   "sqrt(me)*bohr away, compare |D| up to %.3g",
-                  file.c_str(), c.grad_max, c.grad_atom, c.shift_mode,
-                  cm(modes[s]->omega[std::max(c.shift_mode, 1) - 1]).c_str(), c.shift, dmax));
+                  file.c_str(), c.grad_max, c.grad_atom, mode_name(c.shift_mode, *modes[s]).c_str(),
+                  c.shift, dmax));
     if (c.omega_dev > 1.0)
       w.push_back(printed("%s: the frequencies differ from the file's own by up to %.3g cm-1",
                           file.c_str(), c.omega_dev));
@@ -146,9 +204,9 @@ std::vector<std::string> warnings(const PrepareResult& r, const QcState* st[2], 
     w.push_back(
         printed("a large-amplitude change between the states: the vibrational block of "
                 "the Duschinsky matrix has a smallest singular value of %.4f and up to "
-                "%.1f %% of a mode's weight (mode %d) in translations and rotations; the "
+                "%.1f %% of a mode's weight (in %s) in translations and rotations; the "
                 "Cartesian harmonic model is poor for this pair",
-                r.min_singular, 100.0 * r.leak, r.leak_mode));
+                r.min_singular, 100.0 * r.leak, mode_name(r.leak_mode, r.modes1).c_str()));
   if (r.nac_external > 0.05)
     w.push_back(
         printed("%s: %.1f %% of the coupling vector lies in translations and rotations "
@@ -170,17 +228,116 @@ std::vector<std::string> warnings(const PrepareResult& r, const QcState* st[2], 
   return w;
 }
 
+// The value of `name = value` in an input file's block (quotes and comments removed), or "".
+std::string block_value(const std::string& file, const std::string& name) {
+  std::ifstream in(file);
+  std::string line;
+  while (std::getline(in, line)) {
+    line = line.substr(0, line.find('!'));
+    const std::string l = lower_ascii(line);
+    const std::size_t at = l.find(name);
+    if (at == std::string::npos || (at > 0 && std::isalnum(static_cast<unsigned char>(l[at - 1]))))
+      continue;
+    const std::size_t eq = l.find_first_not_of(" \t", at + name.size());
+    if (eq == std::string::npos || l[eq] != '=') continue;
+    const std::string v(ltrim(line.substr(eq + 1)));
+    if (!v.empty() && (v[0] == '\'' || v[0] == '"')) return v.substr(1, v.find(v[0], 1) - 1);
+    return v.substr(0, v.find_first_of(" \t,/"));
+  }
+  return "";
+}
+
+// The files of DIR that `ictvcf` and `ictvcf rate` wrote for the input `inp` there: its log, its
+// table and the files named after the table.
+std::vector<std::string> results_of(const std::filesystem::path& dir, const std::string& inp) {
+  std::vector<std::string> out;
+  const std::string log = block_value(inp, "logfile"), table = block_value(inp, "ftfile");
+  std::error_code ec;
+  for (const auto& e : std::filesystem::directory_iterator(dir, ec)) {
+    const std::string name = e.path().filename().string();
+    if ((!log.empty() && name == log) ||
+        (!table.empty() && (name == table || name.rfind(table + ".", 0) == 0)))
+      out.push_back((dir / name).string());
+  }
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+std::string joined(const std::vector<std::string>& v) {
+  std::string s;
+  for (const auto& x : v) s += (s.empty() ? "" : ", ") + x;
+  return s;
+}
+
+// Renumbers a coupling given at its own geometry (another file's numbering) onto the final state's.
+void match_coupling(NacInput& nac, const QcState& fin, bool keep_order,
+                    std::vector<std::string>& notes) {
+  if (nac.at != NacGeometry::own || nac.atomic_number.size() != fin.atomic_number.size()) return;
+  std::multiset<int> a(fin.atomic_number.begin(), fin.atomic_number.end()),
+      b(nac.atomic_number.begin(), nac.atomic_number.end());
+  if (a != b || keep_order) return;  // the order is checked, and named, when it is used
+  const AtomMatch m = match_atoms(fin.mass, fin.atomic_number, fin.x, nac.atomic_number, nac.x);
+  if (!m.renumbered()) return;
+  nac.d = renumbered(nac.d, m.order);
+  nac.x = renumbered(nac.x, m.order);
+  std::vector<int> z(m.order.size());
+  for (std::size_t i = 0; i < z.size(); ++i) z[i] = nac.atomic_number[m.order[i]];
+  nac.atomic_number = z;
+  notes.push_back(nac.file + "'s atoms renumbered to " + fin.file +
+                  "'s: " + describe_order(m.order, fin.atomic_number));
+}
+
 void prepare(const Options& o) {
-  const QcState fin = read_qc_state(o.final_file);
-  const QcState ini = read_qc_state(o.initial_file);
-  check_pair(fin, ini);
+  const QcState fin = read_qc_state(o.final_file, o.drop_ghosts);
+  QcState ini = read_qc_state(o.initial_file, o.drop_ghosts);
+  std::vector<std::string> notes, early_warnings;
+
+  // One molecule in both files; atoms of one element may be numbered differently.
+  std::string order_line;
+  std::vector<int> ini_order;  // INITIAL's renumbering, empty when none
+  {
+    const int n = fin.natoms();
+    if (ini.natoms() != n)
+      throw IoError(ini.file, 0,
+                    "expected the same " + std::to_string(n) + " atoms as " + fin.file +
+                        ", found " + std::to_string(ini.natoms()));
+    std::multiset<int> a(fin.atomic_number.begin(), fin.atomic_number.end()),
+        b(ini.atomic_number.begin(), ini.atomic_number.end());
+    if (a != b)
+      throw IoError(
+          ini.file, 0,
+          "expected the same atoms as " + fin.file + ": the two files hold different elements");
+    const AtomMatch m = match_atoms(fin.mass, fin.atomic_number, fin.x, ini.atomic_number, ini.x);
+    if (m.renumbered()) {
+      const std::string moved = describe_order(m.order, fin.atomic_number);
+      if (o.keep_order) {
+        early_warnings.push_back(printed(
+            "%s: with --keep-order the atoms are taken as numbered, but renumbering them (%s, "
+            "final <- initial) would lower the rms geometry change from %.4f to %.4f bohr: "
+            "the numbers below are probably wrong",
+            ini.file.c_str(), moved.c_str(), m.rms_before, m.rms_after));
+      } else {
+        renumber_atoms(ini, m.order);
+        ini_order = m.order;
+        order_line = printed(
+            "atom order: %s renumbered to %s's (%s, final <- initial); rms geometry change "
+            "%.4f bohr as numbered, %.4f renumbered\n",
+            ini.file.c_str(), fin.file.c_str(), moved.c_str(), m.rms_before, m.rms_after);
+      }
+    }
+    if (!m.renumbered() || o.keep_order) check_pair(fin, ini);
+  }
 
   NacInput nac;
-  std::vector<std::string> notes;
   if (!o.nac_file.empty()) {
     nac = read_nac_file(o.nac_file, fin.natoms(), o.nac_at);
     if (nac.at == NacGeometry::own && o.nac_at != NacGeometry::unknown)
       notes.push_back(o.nac_file + " gives its own geometry: --nac-geometry is not used");
+    // A list computed at the initial geometry is numbered as INITIAL's file.
+    if (nac.at == NacGeometry::initial_state && !ini_order.empty())
+      nac.d = renumbered(nac.d, ini_order);
+    for (double& v : nac.d) v *= o.nac_unit;
+    match_coupling(nac, fin, o.keep_order, notes);
   } else if (!ini.nac.empty() || !fin.nac.empty()) {
     const bool from_initial = !ini.nac.empty();
     nac.file = from_initial ? ini.file : fin.file;
@@ -189,9 +346,12 @@ void prepare(const Options& o) {
     if (!ini.nac.empty() && !fin.nac.empty())
       notes.push_back("both files hold a coupling: " + ini.file + "'s is used");
   } else {
+    std::string zeros;
+    for (const QcState* s : {static_cast<const QcState*>(&ini), &fin})
+      if (s->nac_all_zero) zeros += " (" + s->file + "'s 'Nonadiabatic coupling' is all zeros)";
     throw IoError(ini.file, 0,
                   "expected a 'Nonadiabatic coupling' in " + ini.file + " or " + fin.file +
-                      ", or --nac FILE");
+                      ", or --nac FILE" + zeros);
   }
   if (static_cast<int>(nac.d.size()) != 3 * fin.natoms())
     throw IoError(nac.file, 0,
@@ -201,12 +361,19 @@ void prepare(const Options& o) {
   double ead = o.ead;
   std::string ead_origin = "--ead " + o.ead_text;
   if (!o.has_ead) {
-    for (const QcState* s : {&fin, &ini})
+    for (const QcState* s : {&fin, static_cast<const QcState*>(&ini)})
       if (!s->has_energy)
         throw IoError(s->file, 0,
                       "expected a total energy to compute ead from (or give --ead VALUE UNIT)");
     ead = ini.energy - fin.energy;
     ead_origin = "E(initial) - E(final), the total energies of the files";
+    if (!(ead > 0.0))
+      throw IoError(ini.file, 0,
+                    printed("expected the initial (upper) state second: its total energy "
+                            "%.8f hartree is not above the final state's %.8f hartree (%s), a gap "
+                            "of %.6f eV; the files are probably swapped (FINAL INITIAL is the "
+                            "order), or give --ead VALUE UNIT",
+                            ini.energy, fin.energy, fin.file.c_str(), ead * au2ev));
   } else if (fin.has_energy && ini.has_energy) {
     notes.push_back(printed("ead from --ead; the files' total energies give %.6f eV",
                             (ini.energy - fin.energy) * au2ev));
@@ -214,32 +381,61 @@ void prepare(const Options& o) {
 
   const PrepareResult r = prepare_pair(fin, ini, &nac);
   const QcState* st[2] = {&fin, &ini};
-  const std::vector<std::string> warned = warnings(r, st, nac, ead);
+  std::vector<std::string> warned = early_warnings;
+  for (const auto& w : warnings(r, st, nac, ead)) warned.push_back(w);
 
   InputSettings in;
   in.src = {fin.file, ini.file, nac.file};
   in.ead = ead;
   in.ead_origin = ead_origin;
-  in.fwhm = kFwhmCm / au2cm;
-  in.temp = kTemp;
+  in.fwhm = o.fwhm;
+  in.temp = o.temp;
   double wmax = 0.0;
   for (int k = 7; k <= r.n3; ++k)
     wmax = std::max({wmax, r.modes1.omega[k - 1], r.modes2.omega[k - 1]});
   in.grid = choose_grid(wmax, ead, in.fwhm);
 
+  // Files of an earlier prepare (perhaps edited since) are replaced only when asked.
+  const std::filesystem::path dir(o.out_dir);
+  const std::string written[3] = {(dir / "dushin.dat").string(), (dir / "nacme.dat").string(),
+                                  (dir / "ic.inp").string()};
+  std::vector<std::string> present, left;
+  for (const auto& f : written)
+    if (std::filesystem::exists(f)) present.push_back(f);
+  if (!present.empty() && !o.force)
+    throw IoError(present.front(), 0,
+                  "already exists (" + joined(present) +
+                      "): prepare does not overwrite files that may hold your edits; give "
+                      "--force to replace them, or another --out DIR");
+  if (std::filesystem::exists(written[2])) left = results_of(dir, written[2]);
+
   std::error_code ec;
   std::filesystem::create_directories(o.out_dir, ec);
   if (ec) throw IoError(o.out_dir, 0, "cannot create the output directory: " + ec.message());
-  const std::filesystem::path dir(o.out_dir);
-  write_all_or_nothing({{(dir / "dushin.dat").string(), dushin_text(r, in.src)},
-                        {(dir / "nacme.dat").string(), nacme_text(r, in.src)},
-                        {(dir / "ic.inp").string(), input_text(in)}});
+  write_all_or_nothing({{written[0], dushin_text(r, in.src)},
+                        {written[1], nacme_text(r, in.src)},
+                        {written[2], input_text(in)}});
 
   // The summary.
   std::string s;
   s += printed("final state (1):   %s (%s)\ninitial state (2): %s (%s)\n", fin.file.c_str(),
                fin.format.c_str(), ini.file.c_str(), ini.format.c_str());
   s += printed("atoms %d, vibrations %d\n", r.natoms, r.nvib);
+  for (const QcState* q : st) {
+    if (!q->ghosts.empty()) {
+      std::string list;
+      for (int a : q->ghosts) list += (list.empty() ? "" : ", ") + std::to_string(a);
+      s += printed("%s: ghost atoms %s left out (--drop-ghosts)\n", q->file.c_str(), list.c_str());
+    }
+    if (!q->mass_origin.empty())
+      s += printed("%s: masses are %s\n", q->file.c_str(), q->mass_origin.c_str());
+    if (q->hessian_asymmetry > 0.0)
+      s += printed(
+          "%s: the Hessian as written is not symmetric (max|H - H^T| = %.2e "
+          "hartree/bohr^2); its symmetric part is used\n",
+          q->file.c_str(), q->hessian_asymmetry);
+  }
+  s += order_line;
   s += printed(
       "alignment: the initial state rotated by %.3f degrees onto the final state; rms "
       "geometry change %.4f bohr\n",
@@ -260,33 +456,39 @@ void prepare(const Options& o) {
                r.hr2);
   s += printed(
       "Duschinsky matrix, vibrational block: smallest singular value %.5f; largest change "
-      "to\n  make it orthogonal %.2e; weight in translations and rotations up to %.2e (mode "
-      "%d)\n",
-      r.min_singular, r.max_change, r.leak, r.leak_mode);
+      "to\n  make it orthogonal %.2e; weight in translations and rotations up to %.2e in %s\n",
+      r.min_singular, r.max_change, r.leak, mode_name(r.leak_mode, r.modes1).c_str());
   int top = 7;
   for (int k = 7; k <= r.n3; ++k)
     if (std::fabs(r.rif[k - 1]) > std::fabs(r.rif[top - 1])) top = k;
   const char* where = nac.at == NacGeometry::final_state     ? "the final geometry"
                       : nac.at == NacGeometry::initial_state ? "the initial geometry"
                                                              : "its own geometry";
+  double norm = 0.0;
+  for (double v : nac.d) norm += v * v;
   s += printed("coupling: %s, at %s (rms %.4f bohr from the final, %.4f from the initial)\n",
                nac.file.c_str(), where, r.nac_to_final, r.nac_to_initial);
+  s += printed("  |NAC| = %.4e 1/bohr (read in 1/%s)\n", std::sqrt(norm), o.nac_unit_name.c_str());
   s += printed(
       "  %.2f %% of it in translations and rotations (removed); its sum over the atoms %.2f %% "
-      "of\n  its size; largest %.4e au along mode %d (%s cm-1)\n",
-      100.0 * r.nac_external, 100.0 * r.nac_sum, r.rif[top - 1], top,
-      cm(r.modes1.omega[top - 1]).c_str());
+      "of\n  its size; largest %.4e au along %s\n",
+      100.0 * r.nac_external, 100.0 * r.nac_sum, r.rif[top - 1], mode_name(top, r.modes1).c_str());
   s += printed("ead: %.6f eV (%s)\n", ead * au2ev, ead_origin.c_str());
   s += printed(
-      "input: %.0f K, Gaussian broadening FWHM %.0f cm-1, dt %.4g au, tmax %.6g au "
+      "input: %.6g K, Gaussian broadening FWHM %.6g cm-1, dt %.4g au, tmax %.6g au "
       "(%ld steps)\n",
-      kTemp, kFwhmCm, in.grid.dt, in.grid.tmax, in.grid.nt);
+      o.temp, o.fwhm * au2cm, in.grid.dt, in.grid.tmax, in.grid.nt);
   for (const auto& n : notes) s += "note: " + n + "\n";
-  s += "written: " + (dir / "dushin.dat").string() + ", " + (dir / "nacme.dat").string() + ", " +
-       (dir / "ic.inp").string() + "\n";
-  s += "next: cd " + o.out_dir + " && ictvcf ic.inp && ictvcf rate ic.inp\n";
+  if (!present.empty()) s += "replaced (--force): " + joined(present) + "\n";
+  if (!left.empty())
+    s += "left in place, results of the replaced ic.inp (they do not match the new files): " +
+         joined(left) + "\n";
+  s += "written: " + written[0] + ", " + written[1] + ", " + written[2] + "\n";
   std::cout << s << std::flush;
+  // What says "these numbers are probably wrong" comes before the hint to go on.
   for (const auto& w : warned) std::cerr << "ictvcf prepare: warning: " << w << '\n';
+  std::cerr << std::flush;
+  std::cout << "next: cd " + o.out_dir + " && ictvcf ic.inp && ictvcf rate ic.inp\n" << std::flush;
 }
 
 }  // namespace

@@ -25,6 +25,23 @@ const char* const kElements[] = {
     "Sg", "Bh", "Hs", "Mt", "Ds", "Rg", "Cn", "Nh", "Fl", "Mc", "Lv", "Ts", "Og"};
 constexpr int kElementCount = sizeof(kElements) / sizeof(kElements[0]);
 
+// The most abundant isotope's mass of elements 1-83 (amu; 0 for Tc and Pm, which have no stable
+// isotope), as programs use when a file gives no masses.
+const double kIsotopeMass[] = {
+    1.00782503,  4.00260325,  7.01600344,  9.0121831,   11.0093054,  12.0,        14.003074,
+    15.9949146,  18.9984032,  19.9924402,  22.9897693,  23.9850417,  26.9815385,  27.9769265,
+    30.973762,   31.9720711,  34.9688527,  39.9623831,  38.9637065,  39.9625909,  44.9559083,
+    47.947942,   50.943957,   51.9405062,  54.9380439,  55.9349363,  58.9331943,  57.9353424,
+    62.9295977,  63.929142,   68.9255735,  73.9211778,  74.9215946,  79.9165218,  78.9183376,
+    83.9114977,  84.9117897,  87.9056125,  88.9058403,  89.9046977,  92.906373,   97.9054048,
+    0.0,         101.9043441, 102.905498,  105.9034804, 106.9050916, 113.9033651, 114.9038788,
+    119.9022016, 120.903812,  129.9062228, 126.9044719, 131.9041551, 132.905452,  137.905247,
+    138.9063563, 139.9054431, 140.9076576, 141.907729,  0.0,         151.9197397, 152.921238,
+    157.9241123, 158.9253547, 163.9291819, 164.9303288, 165.9302995, 168.9342179, 173.9388664,
+    174.9407752, 179.946557,  180.9479958, 183.9509326, 186.9557501, 191.961477,  192.9629216,
+    194.9647917, 196.9665688, 201.9706434, 204.9744278, 207.9766525, 208.9803991};
+constexpr int kIsotopeCount = sizeof(kIsotopeMass) / sizeof(kIsotopeMass[0]);
+
 std::vector<std::string> words(std::string_view s) {
   std::vector<std::string> w;
   std::size_t i = 0;
@@ -185,10 +202,22 @@ int label_number(const std::string& label) {
     if (!std::isalpha(static_cast<unsigned char>(c))) break;
     s += c;
   }
+  const std::string l = lower_ascii(s);
+  if (l == "d" || l == "t") return 1;  // deuterium, tritium: the file gives their mass
   return atomic_number_of(s);
 }
 
+// A label that names no nucleus: Gaussian's and others' ghost atoms, ORCA's 'H:' notation.
+bool ghost_label(const std::string& label) {
+  const std::string l = lower_ascii(label);
+  return l == "bq" || l == "x" || l == "gh" || l == "q" || (!l.empty() && l.back() == ':');
+}
+
 }  // namespace
+
+double most_abundant_mass(int z) {
+  return z >= 1 && z <= kIsotopeCount ? kIsotopeMass[z - 1] : 0.0;
+}
 
 std::string element_symbol(int z) {
   return z >= 1 && z <= kElementCount ? kElements[z - 1] : "X" + std::to_string(z);
@@ -251,13 +280,31 @@ QcState parse_fchk(const TextFile& f) {
   check_count("Nonadiabatic coupling", n3, "3 x " + std::to_string(n) + " atoms");
   check_count("Cartesian Force Constants", n3 * (n3 + 1) / 2,
               "the lower triangle of " + std::to_string(n3) + " x " + std::to_string(n3));
-  s.mass = need("Real atomic weights");
+  if (arrays.count("Real atomic weights")) {
+    s.mass = arrays["Real atomic weights"];
+  } else {
+    // Q-Chem writes no masses: those of the most abundant isotopes, as it uses by default.
+    for (std::size_t a = 0; a < n; ++a) {
+      const double m = most_abundant_mass(s.atomic_number[a]);
+      if (m == 0.0 && s.atomic_number[a] != 0)
+        throw IoError(f.name, 0,
+                      "expected 'Real atomic weights': no standard mass for atom " +
+                          std::to_string(a + 1) + " (" + element_symbol(s.atomic_number[a]) + ")");
+      s.mass.push_back(m);
+    }
+    s.mass_origin = "the most abundant isotopes' masses (the file gives none)";
+  }
+  for (std::size_t a = 0; a < n; ++a)
+    if (s.atomic_number[a] == 0 || s.mass[a] == 0.0) s.ghosts.push_back(static_cast<int>(a) + 1);
   s.x = need("Current cartesian coordinates");
   if (arrays.count("Cartesian Gradient")) s.gradient = arrays["Cartesian Gradient"];
   // A frequency job without a coupling may still write the field, all zeros.
   if (arrays.count("Nonadiabatic coupling")) {
     const auto& d = arrays["Nonadiabatic coupling"];
-    if (std::any_of(d.begin(), d.end(), [](double v) { return v != 0.0; })) s.nac = d;
+    if (std::any_of(d.begin(), d.end(), [](double v) { return v != 0.0; }))
+      s.nac = d;
+    else
+      s.nac_all_zero = true;
   }
   if (arrays.count("Cartesian Force Constants")) {
     // Row by row: (1,1), (2,1), (2,2), (3,1), ...
@@ -299,8 +346,9 @@ QcState parse_orca_hess(const TextFile& f) {
     i = next_nonblank(f, i + 1, "atom " + std::to_string(a + 1) + " of '$atoms'");
     const auto w = words(f.records[i]);
     double m = 0, x[3] = {0, 0, 0};
-    const int z = w.empty() ? 0 : label_number(w[0]);
-    if (w.size() != 5 || z == 0 || !to_double(w[1], m) || !to_double(w[2], x[0]) ||
+    const bool ghost = !w.empty() && ghost_label(w[0]);
+    const int z = w.empty() || ghost ? 0 : label_number(w[0]);
+    if (w.size() != 5 || (z == 0 && !ghost) || !to_double(w[1], m) || !to_double(w[2], x[0]) ||
         !to_double(w[3], x[1]) || !to_double(w[4], x[2]))
       throw IoError(f.name, line_no(i),
                     "expected atom " + std::to_string(a + 1) +
@@ -309,6 +357,7 @@ QcState parse_orca_hess(const TextFile& f) {
     s.atomic_number.push_back(z);
     s.mass.push_back(m);
     s.x.insert(s.x.end(), x, x + 3);
+    if (ghost || m == 0.0) s.ghosts.push_back(static_cast<int>(a) + 1);
   }
 
   const std::size_t hess = orca_section(f, "$hessian");
@@ -360,7 +409,33 @@ QcState parse_orca_hess(const TextFile& f) {
   // The file holds the matrix slightly asymmetric; its symmetric part is the Hessian.
   s.hessian = Matrix<double>(m, m);
   for (int c = 1; c <= m; ++c)
-    for (int r = 1; r <= m; ++r) s.hessian(r, c) = 0.5 * (h(r, c) + h(c, r));
+    for (int r = 1; r <= m; ++r) {
+      s.hessian(r, c) = 0.5 * (h(r, c) + h(c, r));
+      s.hessian_asymmetry = std::max(s.hessian_asymmetry, std::fabs(h(r, c) - h(c, r)));
+    }
+
+  // $vibrational_frequencies: the count, then 'index value' (cm-1), translations and rotations
+  // first as zeros; the file's own analysis when it holds one (a file written by hand may hold
+  // zeros only).
+  const std::size_t vf = orca_section(f, "$vibrational_frequencies");
+  if (vf != std::string::npos) {
+    i = next_nonblank(f, vf + 1, "the count after '$vibrational_frequencies'");
+    const long count = count_line(f, i, "the count after '$vibrational_frequencies'");
+    std::vector<double> w;
+    for (long k = 0; k < count && i + 1 < f.records.size(); ++k) {
+      const auto row = words(f.records[++i]);
+      double v = 0.0;
+      long idx = 0;
+      if (row.size() != 2 || !to_int(row[0], idx) || idx != k || !to_double(row[1], v))
+        throw IoError(f.name, line_no(i),
+                      "expected row " + std::to_string(k) +
+                          " of '$vibrational_frequencies': the index and a frequency");
+      w.push_back(v);
+    }
+    if (static_cast<long>(w.size()) == 3 * n && n > 2 &&
+        std::any_of(w.begin(), w.end(), [](double v) { return v != 0.0; }))
+      s.file_omega.assign(w.begin() + 6, w.end());
+  }
 
   const std::size_t e = orca_section(f, "$act_energy");
   if (e != std::string::npos) {
@@ -375,7 +450,42 @@ QcState parse_orca_hess(const TextFile& f) {
   return s;
 }
 
-QcState read_qc_state(const std::string& name) {
+namespace {
+
+// The state without the atoms listed (1-based): rows and columns of every per-atom quantity.
+void drop_atoms(QcState& s, const std::vector<int>& atoms) {
+  std::vector<int> keep;
+  for (int a = 1; a <= s.natoms(); ++a)
+    if (std::find(atoms.begin(), atoms.end(), a) == atoms.end()) keep.push_back(a - 1);
+  auto per_atom = [&](std::vector<double>& v) {
+    if (v.empty()) return;
+    std::vector<double> out;
+    for (int a : keep) out.insert(out.end(), v.begin() + 3 * a, v.begin() + 3 * a + 3);
+    v = out;
+  };
+  std::vector<int> z;
+  std::vector<double> m;
+  for (int a : keep) {
+    z.push_back(s.atomic_number[a]);
+    m.push_back(s.mass[a]);
+  }
+  s.atomic_number = z;
+  s.mass = m;
+  per_atom(s.x);
+  per_atom(s.gradient);
+  per_atom(s.nac);
+  const int k = 3 * static_cast<int>(keep.size());
+  Matrix<double> h(k, k);
+  for (int j = 0; j < k; ++j)
+    for (int i = 0; i < k; ++i)
+      h(i + 1, j + 1) = s.hessian(3 * keep[i / 3] + i % 3 + 1, 3 * keep[j / 3] + j % 3 + 1);
+  s.hessian = h;
+  s.file_omega.clear();  // computed with the ghosts' rows: not comparable
+}
+
+}  // namespace
+
+QcState read_qc_state(const std::string& name, bool drop_ghosts) {
   const TextFile f = open_text_file(name);
   QcState s;
   if (looks_like_fchk(f))
@@ -390,12 +500,29 @@ QcState read_qc_state(const std::string& name) {
     throw IoError(name, 0,
                   "expected 'Cartesian Force Constants': a frequency calculation (this file has "
                   "no second derivatives, an optimisation alone is not enough)");
+  if (!s.ghosts.empty()) {
+    std::string list;
+    for (std::size_t i = 0; i < s.ghosts.size() && i < 12; ++i)
+      list += (i ? ", " : "") + std::to_string(s.ghosts[i]);
+    if (s.ghosts.size() > 12) list += ", ...";
+    if (!drop_ghosts)
+      throw IoError(name, 0,
+                    std::string(s.ghosts.size() == 1 ? "atom " : "atoms ") + list + ": ghost atom" +
+                        (s.ghosts.size() == 1 ? "" : "s") +
+                        " (no nucleus or mass 0, such as Bq) have no vibrations; give "
+                        "--drop-ghosts to leave them out");
+    drop_atoms(s, s.ghosts);
+  }
+  if (s.natoms() == 1)
+    throw IoError(name, 0,
+                  "expected a molecule: a single atom (" + element_symbol(s.atomic_number[0]) +
+                      ") has no vibrations");
   return s;
 }
 
 // The last block of couplings in the output, rows 'index symbol : x y z' (1/bohr), and the
 // last 'CARTESIAN COORDINATES (A.U.)' block before it, rows 'index label Z fragment mass x y z'.
-NacInput parse_orca_nac(const TextFile& f, int natoms) {
+NacInput parse_orca_nac(const TextFile& f, int natoms, NacGeometry plain_at) {
   NacInput nac;
   nac.file = f.name;
   nac.at = NacGeometry::own;
@@ -408,10 +535,10 @@ NacInput parse_orca_nac(const TextFile& f, int natoms) {
   }
   if (head == std::string::npos)
     throw IoError(f.name, 0, "expected a block 'CARTESIAN NON-ADIABATIC COUPLINGS'");
-  if (geom == std::string::npos)
+  if (geom == std::string::npos && plain_at == NacGeometry::unknown)
     throw IoError(f.name, line_no(head),
                   "expected a block 'CARTESIAN COORDINATES (A.U.)' before the couplings (the "
-                  "geometry at which they were computed)");
+                  "geometry at which they were computed), or --nac-geometry final|initial");
 
   // Reads `natoms` rows that begin with an index and a label and end in three numbers; lines
   // before the first row (rules, headings) are passed over.
@@ -439,7 +566,10 @@ NacInput parse_orca_nac(const TextFile& f, int natoms) {
                         std::to_string(got));
   };
   rows(head, "couplings 'index symbol : x y z'", nac.d, &nac.atomic_number, 5);
-  rows(geom, "coordinates 'index label Z fragment mass x y z'", nac.x, nullptr, 6);
+  if (geom == std::string::npos)
+    nac.at = plain_at;  // the block alone, cut out of its output
+  else
+    rows(geom, "coordinates 'index label Z fragment mass x y z'", nac.x, nullptr, 6);
   return nac;
 }
 
@@ -473,7 +603,10 @@ NacInput read_nac_file(const std::string& name, int natoms, NacGeometry plain_at
     const QcState s = parse_fchk(f);
     if (s.nac.empty())
       throw IoError(name, 0,
-                    "expected the field 'Nonadiabatic coupling' in the formatted checkpoint");
+                    s.nac_all_zero ? "the field 'Nonadiabatic coupling' is all zeros (written "
+                                     "by a job that did not compute the coupling)"
+                                   : "expected the field 'Nonadiabatic coupling' in the "
+                                     "formatted checkpoint");
     if (s.natoms() != natoms)
       throw IoError(
           name, 0,
@@ -486,7 +619,7 @@ NacInput read_nac_file(const std::string& name, int natoms, NacGeometry plain_at
     nac.atomic_number = s.atomic_number;
     return nac;
   }
-  if (looks_like_orca_nac(f)) return parse_orca_nac(f, natoms);
+  if (looks_like_orca_nac(f)) return parse_orca_nac(f, natoms, plain_at);
   if (plain_at == NacGeometry::unknown)
     throw IoError(name, 0,
                   "expected --nac-geometry final|initial with a plain list of couplings (it does "

@@ -25,6 +25,10 @@ struct QcState {
   double energy = 0.0;             // total energy, hartree
   std::vector<double> nac;         // 3N, <lower|d/dx|upper> in 1/bohr; empty when absent
   std::vector<double> file_omega;  // the file's own vibrational frequencies, cm-1; may be empty
+  bool nac_all_zero = false;       // the file has a coupling field, every value 0
+  double hessian_asymmetry = 0.0;  // max |H - H^T| of the matrix as written (H is its mean)
+  std::string mass_origin;         // empty: the file's masses; else where they came from
+  std::vector<int> ghosts;         // 1-based atoms without mass or nucleus (Bq), as read
   int natoms() const { return static_cast<int>(atomic_number.size()); }
 };
 
@@ -43,17 +47,22 @@ struct NacInput {
 std::string element_symbol(int z);
 int atomic_number_of(const std::string& symbol);
 
-// The state in a file, its format recognised by content. Refuses a file without a Hessian.
-QcState read_qc_state(const std::string& name);
+// The mass of an element's most abundant isotope, amu (0 where none is tabulated).
+double most_abundant_mass(int z);
+
+// The state in a file, its format recognised by content. Refuses a file without a Hessian, a
+// single atom, and ghost atoms (atomic number or mass 0) unless `drop_ghosts` leaves them out.
+QcState read_qc_state(const std::string& name, bool drop_ghosts = false);
 QcState parse_fchk(const TextFile& f);
 QcState parse_orca_hess(const TextFile& f);
 
 // A coupling file given on the command line: a formatted checkpoint with a 'Nonadiabatic
 // coupling' (at its own geometry), an ORCA output with the CARTESIAN NON-ADIABATIC COUPLINGS
-// block (at the geometry printed before it), or N lines 'x y z' (at the geometry `plain_at`,
-// which must then be known). `natoms` is checked.
+// block (at the geometry printed before it, or at `plain_at` when the block was cut out of its
+// output alone), or N lines 'x y z' (at the geometry `plain_at`, which must then be known).
+// `natoms` is checked.
 NacInput read_nac_file(const std::string& name, int natoms, NacGeometry plain_at);
-NacInput parse_orca_nac(const TextFile& f, int natoms);
+NacInput parse_orca_nac(const TextFile& f, int natoms, NacGeometry plain_at = NacGeometry::unknown);
 NacInput parse_plain_nac(const TextFile& f, int natoms);
 
 }  // namespace ictvcf

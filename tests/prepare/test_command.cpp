@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "coupling/getrlk.h"
+#include "prepare/atom_order.h"
 #include "prepare/modes.h"
 #include "prepare_support.h"
 #include "test_support.h"
@@ -59,6 +60,11 @@ TEST(PrepareCommand, CoumarinFilesDriveTheRunAndTheRate) {
   TextFile cf = open_text_file("case/nacme.dat");
   getrlk(p, v, cf, 0, log);
   ASSERT_EQ(v.nmode, 45);
+  // The summary names modes as the run numbers them: `mode = k` selects the largest coupling.
+  const int top = std::stoi(word_after(r.out, "au along mode"));
+  for (int i = 1; i <= 45; ++i) EXPECT_LE(std::fabs(v.rif(i)), std::fabs(v.rif(top)));
+  EXPECT_NE(r.out.find(printed("along mode %d (%.2f cm-1)", top, v.omegag(top) * au2cm)),
+            std::string::npos);
   for (int i = 1; i <= 45; ++i) {
     EXPECT_EQ(v.d(i), ref.d2[i + 5]);
     EXPECT_EQ(v.rif(i), ref.rif[i + 5]);
@@ -115,16 +121,27 @@ TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
   QcState line = s;
   line.x = {0, 0, -2.2, 0, 0, 0, 0, 0, 2.2, 0, 0, 4.2};
   write_file("linear.hess", testing::orca_hess(line, true, -1.0));
+  std::string ghost = testing::orca_hess(s, true, -1.0);
+  ghost.replace(ghost.rfind("\n H "), 4, "\n Bq ");
+  write_file("ghost.hess", ghost);
   write_file("nac.txt", "0 0 0.1\n0 0 -0.1\n0 0 0\n0 0 0\n");
   write_file("notadir", "");
+  const std::string dvb = qc_file("real/gaussian/cclib_g16_dvb_ir.fchk");
+  const std::string c0 = qc_file("coumarin/coumarin_s0.fchk"),
+                    c1 = qc_file("coumarin/coumarin_s1.fchk");
   const std::pair<std::string, std::string> cases[] = {
-      {m0 + " " + qc_file("coumarin/coumarin_s1.fchk"), "expected the same 4 atoms"},
+      {m0 + " " + c1, "expected the same 4 atoms"},
       {"noenergy.hess " + m1, "expected a total energy"},
       {"linear.hess linear.hess", "expected a non-linear molecule"},
+      {"ghost.hess " + m1, "atom 4: ghost atom (no nucleus or mass 0, such as Bq)"},
       {m0 + " " + m1 + " --nac nac.txt", "--nac-geometry final|initial"},
+      {m0 + " " + m1 + " --nac-geometry final", "--nac-geometry describes the file of --nac"},
       {m0 + " " + m1 + " --ead 3.1", "expected a unit (eV, cm-1 or au) after --ead"},
+      {m0 + " " + m1 + " --temp 77 --temp 300", "--temp is given twice"},
       {m0 + " " + m1 + " --frequency", "unknown option '--frequency'"},
-      {m0 + " " + m1 + " --out notadir/x", "cannot create the output directory"},
+      {dvb + " " + dvb + " --ead 1 eV", "'Nonadiabatic coupling' is all zeros"},
+      // The states swapped: S1 given as the final state.
+      {c1 + " " + c0, "the files are probably swapped"},
   };
   for (const auto& [args, expected] : cases) {
     const Result r = ictvcf("prepare --out bad " + args);
@@ -133,6 +150,77 @@ TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
     EXPECT_EQ(r.err.substr(0, r.err.find('\n')).find("warning"), std::string::npos) << r.err;
     EXPECT_FALSE(testing::exists("bad")) << args;
   }
+  const Result nodir = ictvcf("prepare " + m0 + " " + m1 + " --out notadir/x");
+  EXPECT_EQ(nodir.status, 2);
+  EXPECT_NE(nodir.err.find("cannot create the output directory"), std::string::npos);
+
+  // A second prepare into the same directory keeps the edited input unless --force, which names
+  // what it replaced and the results of the old input left beside the new files.
+  write_file("ic.inp", read_file("ic.inp") + "! edited\n");
+  write_file("ic_tvcf.dat", "old table\n");
+  write_file("ic_tvcf.dat.rate", "old rates\n");
+  const Result again = ictvcf("prepare " + m0 + " " + m1);
+  EXPECT_EQ(again.status, 2);
+  EXPECT_NE(again.err.find("give --force to replace them"), std::string::npos) << again.err;
+  EXPECT_NE(read_file("ic.inp").find("! edited"), std::string::npos);
+  const Result forced = ictvcf("prepare " + m0 + " " + m1 + " --force --temp 77 --fwhm 300 cm-1");
+  EXPECT_EQ(forced.status, 0) << forced.err;
+  EXPECT_NE(forced.out.find("replaced (--force): ./dushin.dat, ./nacme.dat, ./ic.inp"),
+            std::string::npos)
+      << forced.out;
+  EXPECT_NE(forced.out.find("(they do not match the new files): ./ic_tvcf.dat, ./ic_tvcf.dat.rate"),
+            std::string::npos)
+      << forced.out;
+  EXPECT_EQ(read_file("ic.inp").find("! edited"), std::string::npos);
+  EXPECT_NE(forced.out.find("input: 77 K, Gaussian broadening FWHM 300 cm-1"), std::string::npos);
+  // The warnings come before the hint to go on.
+  EXPECT_EQ(forced.out.substr(forced.out.rfind("\n", forced.out.size() - 2) + 1, 5), "next:");
+}
+
+TEST(PrepareCommand, SwappedHydrogensAndACouplingCutOutOfItsOutput) {
+  // Coumarin's S1 as an ORCA file with two hydrogens exchanged, its coupling the ORCA block alone
+  // (no coordinates) in 1/angstrom at the initial geometry, numbered as that file: the same
+  // numbers as the correctly numbered pair with the coupling in 1/bohr.
+  ScratchDir dir;
+  const std::string c0 = qc_file("coumarin/coumarin_s0.fchk");
+  const QcState s1 = read_qc_state(qc_file("coumarin/coumarin_s1.fchk"));
+  auto orca_block = [](const QcState& s, double scale) {
+    std::string t =
+        "------------------------------------\nCARTESIAN NON-ADIABATIC COUPLINGS\n"
+        "------------------------------------\n\n";
+    for (int a = 0; a < s.natoms(); ++a)
+      t += printed("%4d   %-2s   :  %18.12e  %18.12e  %18.12e\n", a + 1,
+                   element_symbol(s.atomic_number[a]).c_str(), s.nac[3 * a] * scale,
+                   s.nac[3 * a + 1] * scale, s.nac[3 * a + 2] * scale);
+    return t;
+  };
+  std::vector<int> swap(17);
+  for (int i = 0; i < 17; ++i) swap[i] = i;
+  std::swap(swap[12], swap[15]);  // two of the hydrogens
+  QcState swapped = s1;
+  renumber_atoms(swapped, swap);
+  write_file("s1.hess", testing::orca_hess(s1, true, s1.energy));
+  write_file("s1-swapped.hess", testing::orca_hess(swapped, true, s1.energy));
+  write_file("nac.out", orca_block(s1, 1.0));
+  write_file("nac-swapped.out", orca_block(swapped, 1.0 / bohr_in_angstrom));
+  const Result ref =
+      ictvcf("prepare " + c0 + " s1.hess --nac nac.out --nac-geometry initial --out a");
+  const Result got = ictvcf("prepare " + c0 +
+                            " s1-swapped.hess --nac nac-swapped.out --nac-geometry initial "
+                            "--nac-unit angstrom --out b");
+  ASSERT_EQ(ref.status, 0) << ref.err;
+  ASSERT_EQ(got.status, 0) << got.err;
+  EXPECT_NE(got.out.find("(H13 <- H16, H16 <- H13, final <- initial)"), std::string::npos)
+      << got.out;
+  for (const char* label : {"reorganisation energy, state 1:", "reorganisation energy, state 2:",
+                            "total Huang-Rhys factor:", "largest"})
+    EXPECT_EQ(word_after(got.out, label), word_after(ref.out, label)) << label;
+
+  // The same exchange with --keep-order: taken as numbered, and said to be probably wrong.
+  const Result kept = ictvcf("prepare " + c0 +
+                             " s1-swapped.hess --nac nac-swapped.out --nac-geometry initial "
+                             "--keep-order --out c");
+  EXPECT_NE(kept.err.find("with --keep-order the atoms are taken as numbered"), std::string::npos);
 }
 
 }  // namespace

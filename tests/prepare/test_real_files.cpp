@@ -1,0 +1,131 @@
+// Files from public repositories as users have them: every layout read (the file's own frequencies
+// reproduced, a state paired with itself giving D = 0 and S = I), each file that cannot be a state
+// refused as such, and atoms of one element numbered differently in the two files.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "prepare/atom_order.h"
+#include "prepare/modes.h"
+#include "prepare_support.h"
+#include "util/errors.h"
+
+namespace ictvcf {
+namespace {
+
+using testing::qc_file;
+
+std::string real(const std::string& name) { return qc_file("real/" + name); }
+
+std::string refusal(const std::string& file) {
+  try {
+    const QcState s = read_qc_state(file);
+    prepare_pair(s, s, nullptr);
+  } catch (const IoError& e) {
+    return e.what();
+  }
+  return "";
+}
+
+TEST(RealFiles, EachLayoutReadAndPairedWithItself) {
+  struct Case {
+    const char* file;
+    bool own_frequencies;
+    double asymmetry;  // max|H - H^T| as written
+  };
+  const Case cases[] = {
+      {"orca/opan_test_orca_v3.0.2.hess", true, 3.3e-4},
+      {"orca/opan_test_orca_v3.0.3.hess", true, -1},
+      {"orca/opan_CH4_Spher.hess", true, -1},
+      {"orca/orcaparser_COO.hess", true, 5.5e-3},
+      {"orca/orcaparser_Coordination_0_orca5.0.3.hess", true, -1},
+      {"gaussian/cclib_g09_dvb_ir.fchk", false, 0.0},
+      {"gaussian/cclib_g16_dvb_ir.fchk", true, 0.0},
+      {"qchem/cclib_qchem5.4_water_ir.fchk", false, 0.0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.file);
+    const QcState s = read_qc_state(real(c.file));
+    EXPECT_EQ(!s.file_omega.empty(), c.own_frequencies);
+    if (c.asymmetry >= 0) {
+      EXPECT_NEAR(s.hessian_asymmetry, c.asymmetry, 0.05 * c.asymmetry);
+    }
+    const PrepareResult r = prepare_pair(s, s, nullptr);
+    if (c.own_frequencies) {
+      EXPECT_LT(r.state[0].omega_dev, 0.1);
+    }
+    for (int k = 7; k <= r.n3; ++k) {
+      EXPECT_LT(std::fabs(r.d1[k - 1]), 1e-8);
+      for (int j = 7; j <= r.n3; ++j) EXPECT_NEAR(r.s(j, k), j == k ? 1.0 : 0.0, 1e-8);
+    }
+  }
+  // The Q-Chem file gives no masses: the most abundant isotopes' (its own default).
+  const QcState water = read_qc_state(real("qchem/cclib_qchem5.4_water_ir.fchk"));
+  EXPECT_FALSE(water.mass_origin.empty());
+  EXPECT_DOUBLE_EQ(water.mass[0], 15.9949146);
+  EXPECT_DOUBLE_EQ(water.mass[1], 1.00782503);
+  // A frequency job that did not compute the coupling writes the field, all zeros.
+  const QcState dvb = read_qc_state(real("gaussian/cclib_g16_dvb_ir.fchk"));
+  EXPECT_TRUE(dvb.nac.empty() && dvb.nac_all_zero);
+
+  EXPECT_NE(refusal(real("orca/opan_Cu_Atom.hess")).find("a single atom (Cu) has no vibrations"),
+            std::string::npos);
+  EXPECT_NE(refusal(real("orca/opan_HC2Cl_Linear.hess")).find("expected a non-linear molecule"),
+            std::string::npos);
+  EXPECT_NE(refusal(real("gaussian/cclib_g16_dvb_td.fchk")).find("'Cartesian Force Constants'"),
+            std::string::npos);
+}
+
+TEST(RealFiles, AtomsOfOneElementNumberedDifferently) {
+  // Two methane files, another orientation and another numbering of the hydrogens: after the
+  // best rotation 2.12 bohr apart as numbered, 0.0135 bohr once H2 and H3 trade places.
+  const QcState a = read_qc_state(real("orca/opan_CH4_Spher.hess"));
+  const QcState b = read_qc_state(real("orca/opan_test_orca_v3.0.2.hess"));
+  const AtomMatch m = match_atoms(a.mass, a.atomic_number, a.x, b.atomic_number, b.x);
+  EXPECT_TRUE(m.renumbered());
+  EXPECT_NEAR(m.rms_before, 2.12, 0.01);
+  EXPECT_NEAR(m.rms_after, 0.0135, 5e-4);
+  EXPECT_EQ(describe_order(m.order, a.atomic_number), "H2 <- H3, H3 <- H2");
+
+  // Coumarin's S1 with two hydrogens exchanged and turned: the renumbering undoes the exchange,
+  // and the correctly numbered pair keeps its numbering.
+  const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));
+  QcState s1 = read_qc_state(qc_file("coumarin/coumarin_s1.fchk"));
+  const double shift[3] = {0.3, -1.0, 2.0};
+  s1 = testing::moved(s1, testing::rotation(1, 2, 3, 140.0), shift);
+  EXPECT_FALSE(match_atoms(s0.mass, s0.atomic_number, s0.x, s1.atomic_number, s1.x).renumbered());
+  std::vector<int> swap(17), hydrogens;
+  for (int i = 0; i < 17; ++i) {
+    swap[i] = i;
+    if (s1.atomic_number[i] == 1) hydrogens.push_back(i);
+  }
+  std::swap(swap[hydrogens[0]], swap[hydrogens[3]]);
+  QcState swapped = s1;
+  renumber_atoms(swapped, swap);
+  const AtomMatch back =
+      match_atoms(s0.mass, s0.atomic_number, s0.x, swapped.atomic_number, swapped.x);
+  EXPECT_EQ(back.order, swap);  // an exchange is its own inverse
+  EXPECT_GT(back.rms_before, 1.0);
+  renumber_atoms(swapped, back.order);
+  EXPECT_EQ(swapped.x, s1.x);
+  EXPECT_EQ(swapped.hessian.data, s1.hessian.data);
+  EXPECT_EQ(swapped.nac, s1.nac);
+
+  // The assignment itself, against all 120 orders of a 5 x 5 problem.
+  std::vector<double> cost(25);
+  for (int i = 0; i < 25; ++i) cost[i] = std::fmod(37.0 * i * i + 11.0 * i, 23.0);
+  std::vector<int> p{0, 1, 2, 3, 4};
+  double best = 1e300;
+  do {
+    double c = 0.0;
+    for (int i = 0; i < 5; ++i) c += cost[5 * i + p[i]];
+    best = std::min(best, c);
+  } while (std::next_permutation(p.begin(), p.end()));
+  const std::vector<int> got = cheapest_assignment(cost, 5);
+  double c = 0.0;
+  for (int i = 0; i < 5; ++i) c += cost[5 * i + got[i]];
+  EXPECT_EQ(c, best);
+}
+
+}  // namespace
+}  // namespace ictvcf
