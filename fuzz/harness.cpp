@@ -12,6 +12,8 @@
 
 #include "coupling/getrlk.h"
 #include "input/read_input.h"
+#include "prepare/modes.h"
+#include "prepare/qc_files.h"
 #include "run/prepare_data.h"
 #include "util/errors.h"
 #include "util/memory.h"
@@ -108,6 +110,53 @@ void coupling_file(const std::uint8_t* data, std::size_t size) {
                                     std::string(reinterpret_cast<const char*>(data + 2), size - 2));
   std::ostringstream log;
   outcome([&] { getrlk(p, v, f, 0, log); });
+}
+
+namespace {
+
+std::string rest(const std::uint8_t* data, std::size_t size) {
+  return std::string(reinterpret_cast<const char*>(data + 1), size - 1);
+}
+
+template <class Parse>
+void qc_state(const std::uint8_t* data, std::size_t size, const char* name, Parse parse) {
+  prepare_process();
+  if (size == 0) return;
+  const TextFile f = text_file_from_bytes(name, rest(data, size));
+  outcome([&] {
+    const QcState s = checked_state(parse(f), data[0] & 1);
+    if (s.natoms() <= 40) prepare_pair(s, s, nullptr);
+  });
+}
+
+template <class Parse>
+void coupling(const std::uint8_t* data, std::size_t size, const char* name, Parse parse) {
+  prepare_process();
+  if (size == 0) return;
+  const int natoms = 1 + (data[0] & 63);
+  const NacGeometry at = (data[0] & 64) ? NacGeometry::initial_state : NacGeometry::unknown;
+  const TextFile f = text_file_from_bytes(name, rest(data, size));
+  outcome([&] { parse(f, natoms, at); });
+}
+
+}  // namespace
+
+void fchk_file(const std::uint8_t* data, std::size_t size) {
+  qc_state(data, size, "state.fchk", parse_fchk);
+}
+
+void orca_hess_file(const std::uint8_t* data, std::size_t size) {
+  qc_state(data, size, "state.hess", parse_orca_hess);
+}
+
+void orca_output(const std::uint8_t* data, std::size_t size) {
+  coupling(data, size, "nac.out",
+           [](const TextFile& f, int n, NacGeometry at) { parse_orca_nac(f, n, at); });
+}
+
+void plain_coupling(const std::uint8_t* data, std::size_t size) {
+  coupling(data, size, "nac.txt",
+           [](const TextFile& f, int n, NacGeometry) { parse_plain_nac(f, n); });
 }
 
 }  // namespace ictvcf::fuzz

@@ -21,6 +21,17 @@ void dushin_file(const std::uint8_t* data, std::size_t size);
 // options come from the first two bytes.
 void coupling_file(const std::uint8_t* data, std::size_t size);
 
+// One state's frequency calculation as a Gaussian formatted checkpoint, and as an ORCA Hessian
+// file; the first byte chooses whether ghost atoms are dropped. A state that is read is then
+// analysed (normal modes, paired with itself) when it has at most 40 atoms.
+void fchk_file(const std::uint8_t* data, std::size_t size);
+void orca_hess_file(const std::uint8_t* data, std::size_t size);
+
+// A coupling vector in an ORCA output (with or without its coordinates) and as a plain list; the
+// first byte gives the number of atoms (1-64) and where a list without a geometry was computed.
+void orca_output(const std::uint8_t* data, std::size_t size);
+void plain_coupling(const std::uint8_t* data, std::size_t size);
+
 // Sets up what every harness needs once: a scratch working directory and a memory cap.
 void prepare_process();
 

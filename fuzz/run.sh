@@ -11,12 +11,13 @@ seconds=${1:-30}
 build="$root/build-fuzz"
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DICTVCF_FUZZ=ON \
   -DICTVCF_ENABLE_OPENMP=OFF -DICTVCF_BUILD_TESTS=OFF -DICTVCF_BUILD_BENCH=OFF >/dev/null
-cmake --build "$build" -j"$(nproc)" --target fuzz_input_block fuzz_dushin_file fuzz_coupling_file
+targets=(input_block dushin_file coupling_file fchk_file orca_hess_file orca_output plain_coupling)
+cmake --build "$build" -j"$(nproc)" $(printf ' --target fuzz_%s' "${targets[@]}")
 
 # Seeds: the bundled cases' input files, Duschinsky files (with an option byte in front) and
 # coupling files (with two option bytes in front).
 corpus="$build/corpus"
-rm -rf "$corpus" && mkdir -p "$corpus"/{input_block,dushin_file,coupling_file}
+rm -rf "$corpus" && mkdir -p "${targets[@]/#/$corpus/}"
 i=0
 for case in "$root"/tests/cases/* "$root"/tests/physics/*; do
   [ -d "$case" ] || continue
@@ -37,16 +38,27 @@ for case in "$root"/tests/cases/* "$root"/tests/physics/*; do
     { printf '\x11\x01'; cat "$f"; } >"$corpus/coupling_file/$i-n3all-$(basename "$f")"
   done
 done
-for t in input_block dushin_file coupling_file; do
+# The quantum-chemistry readers: the bundled and the real files (with an option byte in front:
+# ghost atoms refused or dropped), and the hand-made coupling excerpts in fuzz/seeds/.
+for f in "$root"/tests/data/qc/*/*.fchk "$root"/tests/data/qc/real/*/*.fchk; do
+  { printf '\x00'; cat "$f"; } >"$corpus/fchk_file/$(basename "$f")"
+done
+for f in "$root"/tests/data/qc/real/orca/*.hess; do
+  { printf '\x01'; cat "$f"; } >"$corpus/orca_hess_file/$(basename "$f")"
+done
+for t in orca_output plain_coupling; do cp "$root"/fuzz/seeds/$t/* "$corpus/$t/"; done
+for t in "${targets[@]}"; do
   cp "$root"/fuzz/regressions/$t/* "$corpus/$t/" 2>/dev/null || true
 done
 
 status=0
-for t in input_block dushin_file coupling_file; do
+for t in "${targets[@]}"; do
   mkdir -p "$build/findings/$t"
   echo "== fuzz_$t for ${seconds}s"
+  len=65536
+  case $t in fchk_file | orca_hess_file) len=262144 ;; esac
   if ! (cd "$build/findings/$t" && ASAN_OPTIONS=detect_leaks=1 \
-        "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -max_len=65536 -timeout=20 \
+        "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -max_len=$len -timeout=20 \
         -rss_limit_mb=3072 -close_fd_mask=1 -print_final_stats=1 "$corpus/$t" 2>&1 | tail -n 12); then
     status=1
   fi

@@ -487,15 +487,15 @@ void drop_atoms(QcState& s, const std::vector<int>& atoms) {
 
 QcState read_qc_state(const std::string& name, bool drop_ghosts) {
   const TextFile f = open_text_file(name);
-  QcState s;
-  if (looks_like_fchk(f))
-    s = parse_fchk(f);
-  else if (looks_like_orca_hess(f))
-    s = parse_orca_hess(f);
-  else
-    throw IoError(name, 0,
-                  "expected a Gaussian formatted checkpoint (.fchk) or an ORCA Hessian file "
-                  "(.hess)");
+  if (looks_like_fchk(f)) return checked_state(parse_fchk(f), drop_ghosts);
+  if (looks_like_orca_hess(f)) return checked_state(parse_orca_hess(f), drop_ghosts);
+  throw IoError(name, 0,
+                "expected a Gaussian formatted checkpoint (.fchk) or an ORCA Hessian file "
+                "(.hess)");
+}
+
+QcState checked_state(QcState s, bool drop_ghosts) {
+  const std::string& name = s.file;
   if (s.hessian.empty())
     throw IoError(name, 0,
                   "expected 'Cartesian Force Constants': a frequency calculation (this file has "
@@ -505,14 +505,16 @@ QcState read_qc_state(const std::string& name, bool drop_ghosts) {
     for (std::size_t i = 0; i < s.ghosts.size() && i < 12; ++i)
       list += (i ? ", " : "") + std::to_string(s.ghosts[i]);
     if (s.ghosts.size() > 12) list += ", ...";
+    const bool one = s.ghosts.size() == 1;
     if (!drop_ghosts)
       throw IoError(name, 0,
-                    std::string(s.ghosts.size() == 1 ? "atom " : "atoms ") + list + ": ghost atom" +
-                        (s.ghosts.size() == 1 ? "" : "s") +
-                        " (no nucleus or mass 0, such as Bq) have no vibrations; give "
-                        "--drop-ghosts to leave them out");
+                    (one ? "atom " + list + ": a ghost atom" : "atoms " + list + ": ghost atoms") +
+                        " (no nucleus or mass 0, such as Bq), which ha" + (one ? "s" : "ve") +
+                        " no vibrations; give --drop-ghosts to leave " + (one ? "it" : "them") +
+                        " out");
     drop_atoms(s, s.ghosts);
   }
+  if (s.natoms() == 0) throw IoError(name, 0, "expected a molecule: no atoms are left");
   if (s.natoms() == 1)
     throw IoError(name, 0,
                   "expected a molecule: a single atom (" + element_symbol(s.atomic_number[0]) +

@@ -53,6 +53,8 @@ double most_abundant_mass(int z);
 // The state in a file, its format recognised by content. Refuses a file without a Hessian, a
 // single atom, and ghost atoms (atomic number or mass 0) unless `drop_ghosts` leaves them out.
 QcState read_qc_state(const std::string& name, bool drop_ghosts = false);
+// The same checks on a state already parsed from `file`.
+QcState checked_state(QcState s, bool drop_ghosts = false);
 QcState parse_fchk(const TextFile& f);
 QcState parse_orca_hess(const TextFile& f);
 

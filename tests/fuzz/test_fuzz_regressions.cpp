@@ -32,6 +32,12 @@ void replay(const std::string& target, F harness) {
 TEST(FuzzRegressions, InputBlock) { replay("input_block", fuzz::input_block); }
 TEST(FuzzRegressions, DushinFile) { replay("dushin_file", fuzz::dushin_file); }
 TEST(FuzzRegressions, CouplingFile) { replay("coupling_file", fuzz::coupling_file); }
+TEST(FuzzRegressions, QuantumChemistryFiles) {
+  replay("fchk_file", fuzz::fchk_file);
+  replay("orca_hess_file", fuzz::orca_hess_file);
+  replay("orca_output", fuzz::orca_output);
+  replay("plain_coupling", fuzz::plain_coupling);
+}
 
 }  // namespace
 }  // namespace ictvcf

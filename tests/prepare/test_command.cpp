@@ -133,7 +133,7 @@ TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
       {m0 + " " + c1, "expected the same 4 atoms"},
       {"noenergy.hess " + m1, "expected a total energy"},
       {"linear.hess linear.hess", "expected a non-linear molecule"},
-      {"ghost.hess " + m1, "atom 4: ghost atom (no nucleus or mass 0, such as Bq)"},
+      {"ghost.hess " + m1, "atom 4: a ghost atom (no nucleus or mass 0, such as Bq)"},
       {m0 + " " + m1 + " --nac nac.txt", "--nac-geometry final|initial"},
       {m0 + " " + m1 + " --nac-geometry final", "--nac-geometry describes the file of --nac"},
       {m0 + " " + m1 + " --ead 3.1", "expected a unit (eV, cm-1 or au) after --ead"},
