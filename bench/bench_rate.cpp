@@ -1,7 +1,9 @@
 // The rate at the input's gap two ways, each timed in the same run (best of five interleaved
 // rounds): on the shifted time contour, at the default accuracy and at 1e-9, with and without the
 // pair integrals of --modes, and on the real time axis on the block's own grid (the exact
-// correlation function at nt + 1 points and the damped sum).
+// correlation function at nt + 1 points and the damped sum); and the whole `ictvcf rate` command
+// (reading, scan, files and plots) against the whole `ictvcf rate --real-axis`, their standard
+// output discarded.
 // Gaussian damping from the block's broadening (or the default).
 //
 // usage: ictvcf_bench_rate INPUT        (run in the directory of the input and its data files)
@@ -12,8 +14,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
+#include <sstream>
 
 #include "engine/engine.h"
+#include "rate/command.h"
 #include "rate/contour.h"
 #include "rate/integral.h"
 #include "run/run.h"
@@ -58,6 +63,17 @@ int bench(const std::string& input) {
   ContourResult contour, tight, with_pairs;
   double real = 0.0;
   double t_contour = 1e30, t_tight = 1e30, t_pairs = 1e30, t_real = 1e30;
+  double t_command = 1e30, t_command_real = 1e30;
+  auto command = [&](bool real_axis) {
+    RateOptions o;
+    o.input = input;
+    o.real_axis = real_axis;
+    std::ostringstream discard;
+    std::streambuf* out = std::cout.rdbuf(discard.rdbuf());
+    const int status = run_rate(o);
+    std::cout.rdbuf(out);
+    if (status != 0) throw FatalError("the rate command failed", status);
+  };
   for (int round = 0; round < kRounds; ++round) {
     t_contour = std::min(
         t_contour, timed([&] {
@@ -76,6 +92,8 @@ int bench(const std::string& input) {
                         const auto c = exact_correlation(ctx, p.dt, p.nt, warnings);
                         real = rate_at(c, p.dt, d, p.ead);
                       }));
+    t_command = std::min(t_command, timed([&] { command(false); }));
+    t_command_real = std::min(t_command_real, timed([&] { command(true); }));
   }
   const double exact = tight.rates[0].rate;
   std::printf("%-26s %16s %12s %12s %10s\n", "method", "k_IC (au)", "rel. to 1e-9", "evaluations",
@@ -96,6 +114,8 @@ int bench(const std::string& input) {
       r.tau, r.saddle, r.step, r.window);
   std::printf("time of the contour (tol 1e-6) / real axis: %.3f\n", t_contour / t_real);
   std::printf("time with the mode pairs (--modes) / without: %.3f\n", t_pairs / t_contour);
+  std::printf("whole command: ictvcf rate %.4f s, ictvcf rate --real-axis %.4f s, ratio %.3f\n",
+              t_command, t_command_real, t_command / t_command_real);
   return 0;
 }
 

@@ -277,6 +277,29 @@ void temperature_study(const EngineInputs& in, const ParameterSet& p, const Damp
   std::cout << "written: " << base << ".temps, " << base << ".temps.svg\n" << std::flush;
 }
 
+// The times of the correlation-function plot: out to where the Franck-Condon envelope
+// exp(-variance t^2 / 2) has fallen below e^-18 (or the block's tmax), kPlotPoints steps, or the
+// block's own grid up to there when C is already known on it.
+constexpr std::int64_t kPlotPoints = 100;
+constexpr double kPlotWidths = 6.0;
+
+struct PlotGrid {
+  double step = 0.0;
+  std::int64_t points = 0;
+};
+
+PlotGrid plot_grid(const EngineInputs& in, const Damping& d, double dt, std::int64_t nt,
+                   bool on_block_grid) {
+  const double tmax = dt * static_cast<double>(nt);
+  double var = gap_variance(in);
+  if (d.shape == DampingShape::gaussian) var += d.width * d.width;
+  const double end = var > 0.0 ? std::min(tmax, kPlotWidths / std::sqrt(var)) : tmax;
+  if (on_block_grid)
+    return {dt, std::clamp<std::int64_t>(static_cast<std::int64_t>(std::ceil(end / dt)),
+                                         std::min<std::int64_t>(nt, kPlotPoints / 4), nt)};
+  return {end / static_cast<double>(kPlotPoints), kPlotPoints};
+}
+
 void rate_command(const RateOptions& o) {
   ParameterSet p;
   DushinData v;
@@ -292,8 +315,15 @@ void rate_command(const RateOptions& o) {
   EngineContext ctx(in);
 
   std::vector<std::string> warnings;
-  const std::vector<cplx> c = exact_correlation(ctx, p.dt, p.nt, warnings, terminal_progress());
-  write_text(base + ".exact", exact_text(c, p.dt), "exact correlation function");
+  const bool contour = d.shape == DampingShape::gaussian && !o.real_axis;
+  // The exact C(t) on the block's whole grid: the real-axis integral needs it, --exact writes it.
+  std::vector<cplx> c;
+  if (!contour || o.exact) c = exact_correlation(ctx, p.dt, p.nt, warnings, terminal_progress());
+  std::string files;
+  if (o.exact) {
+    write_text(base + ".exact", exact_text(c, p.dt), "exact correlation function");
+    files = base + ".exact, ";
+  }
 
   // The scan: ead -/+ 1 eV, the gaps above zero (internal conversion releases energy).
   std::vector<double> gaps;
@@ -303,7 +333,6 @@ void rate_command(const RateOptions& o) {
       if (g == p.ead) middle = gaps.size();
       gaps.push_back(g);
     }
-  const bool contour = d.shape == DampingShape::gaussian && !o.real_axis;
   Rates r = contour ? contour_scan(ctx, d, o.tol, gaps, middle) : real_axis_scan(c, p, d, gaps);
   if (d.shape == DampingShape::lorentzian) lorentzian_wings(ctx, d, p.ead, o.tol, r);
   write_text(base + ".rate", scan_text(gaps, r.scan, contour ? &r.errors : nullptr), "rate scan");
@@ -311,9 +340,15 @@ void rate_command(const RateOptions& o) {
              gap_law_svg(gaps, r.scan, p.ead, r.at_ead, d,
                          contour ? std::numeric_limits<double>::infinity() : kPi / p.dt),
              "energy-gap plot");
-  write_text(base + ".corr.svg", correlation_svg(c, p.dt, d), "correlation-function plot");
-  print_summary(p, d, r,
-                base + ".exact, " + base + ".rate, " + base + ".rate.svg, " + base + ".corr.svg");
+  // The plot shows where C(t) lives: its short-time fall-off, from the gap's variance.
+  const PlotGrid g = plot_grid(in, d, p.dt, p.nt, !c.empty());
+  const std::vector<cplx> shown =
+      c.empty()
+          ? exact_correlation(ctx, g.step, g.points, warnings)
+          : std::vector<cplx>(c.begin(), c.begin() + static_cast<std::ptrdiff_t>(g.points) + 1);
+  write_text(base + ".corr.svg", correlation_svg(shown, g.step, d), "correlation-function plot");
+  files += base + ".rate, " + base + ".rate.svg, " + base + ".corr.svg";
+  print_summary(p, d, r, files);
   warnings.insert(warnings.end(), r.warnings.begin(), r.warnings.end());
   if (o.modes) mode_analysis(ctx, d, p.ead, o.tol, base, warnings);
   if (!o.temps.empty()) temperature_study(in, p, d, o, base, warnings);
@@ -387,6 +422,8 @@ RateOptions parse_rate_options(const std::vector<std::string>& args) {
       o.real_axis = true;
     } else if (a == "--modes") {
       o.modes = true;
+    } else if (a == "--exact") {
+      o.exact = true;
     } else if (a == "--temps") {
       o.temps = parse_temperature_list(value());
     } else if (a.size() > 1 && a[0] == '-') {

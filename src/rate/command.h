@@ -13,6 +13,7 @@ struct RateOptions {
   double tol = 1e-6;          // relative accuracy of the contour integral
   bool real_axis = false;     // integrate on the block's real time grid instead
   bool modes = false;         // the rate's decomposition over modes and mode pairs
+  bool exact = false;         // write the exact C(t) on the block's whole grid (<ftfile>.exact)
   std::vector<double> temps;  // temperatures (K) for a temperature study
 };
 

@@ -111,6 +111,34 @@ std::vector<cplx> exact_correlation(EngineContext& ctx, double dt, std::int64_t 
   return c;
 }
 
+double gap_variance(const EngineInputs& in) {
+  const int n = in.nmode;
+  const double beta = in.temp > 0.0 ? kelvin_per_hartree / in.temp : 0.0;
+  // K1 = S diag(w1^2) S^T, then M = K1 - diag(w2^2).
+  Matrix<double> m(n, n);
+  for (int j = 1; j <= n; ++j)
+    for (int i = 1; i <= n; ++i) {
+      double v = 0.0;
+      for (int k = 1; k <= n; ++k)
+        v += in.s(i, k) * in.omegag[k - 1] * in.omegag[k - 1] * in.s(j, k);
+      m(i, j) = v;
+    }
+  std::vector<double> b(n, 0.0), sigma(n);
+  for (int i = 1; i <= n; ++i) {
+    for (int j = 1; j <= n; ++j) b[i - 1] -= m(i, j) * in.d[j - 1];
+    const double w = in.omegae[i - 1];
+    const double x = beta > 0.0 ? std::exp(-beta * w) : 0.0;
+    sigma[i - 1] = w > 0.0 ? (1.0 + x) / (1.0 - x) / (2.0 * w) : 0.0;  // no imaginary modes
+    m(i, i) -= w * w;
+  }
+  double var = 0.0;
+  for (int i = 1; i <= n; ++i) {
+    var += b[i - 1] * sigma[i - 1] * b[i - 1];
+    for (int j = 1; j <= n; ++j) var += 0.5 * m(i, j) * sigma[j - 1] * m(j, i) * sigma[i - 1];
+  }
+  return var;
+}
+
 std::vector<double> gap_grid(double centre, double half_width, int points) {
   std::vector<double> gaps(static_cast<std::size_t>(std::max(points, 1)), centre);
   if (points < 2) return gaps;

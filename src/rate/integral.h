@@ -50,6 +50,13 @@ std::vector<std::complex<double>> exact_correlation(EngineContext& ctx, double d
                                                     std::vector<std::string>& warnings,
                                                     const Progress& progress = {});
 
+// The variance of the energy gap H1 - H2 over the initial state's thermal distribution (hartree^2),
+// the second cumulant of the Franck-Condon line shape: in state 2's coordinates, with
+// K1 = S diag(w1^2) S^T, M = K1 - diag(w2^2), b = -K1 d, Sigma = diag(coth(beta w2 / 2) / 2 w2),
+// it is tr((M Sigma)^2) / 2 + b^T Sigma b. The correlation function falls off as
+// exp(-variance t^2 / 2) at short times: it says where C(t) lives.
+double gap_variance(const EngineInputs& in);
+
 // k_IC in atomic units (per atomic unit of time) at each gap, from c[k] = C(k dt), k = 0 .. nt.
 std::vector<double> rate_scan(std::span<const std::complex<double>> c, double dt, const Damping& d,
                               std::span<const double> gaps);

@@ -69,12 +69,14 @@ TEST(RateCommand, ClosedCaseRateAndFilesOnAPoorGrid) {
   EXPECT_NE(r.out.find("method: shifted time contour"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("Gaussian, FWHM 470.964 cm-1 (sigma 200 cm-1)"), std::string::npos);
 
-  // Only the four files named after ftfile: no log, no table, no work or dot-files.
+  // Only the three files named after ftfile: no log, no table, no work or dot-files; the exact
+  // C(t) on the block's grid only when asked.
   EXPECT_FALSE(private_dirs_left());
-  EXPECT_EQ(listing(),
-            (std::set<std::string>{"dushin.dat", "ic.inp", "nacme.dat", "ft.dat.exact",
-                                   "ft.dat.rate", "ft.dat.rate.svg", "ft.dat.corr.svg"}));
+  EXPECT_EQ(listing(), (std::set<std::string>{"dushin.dat", "ic.inp", "nacme.dat", "ft.dat.rate",
+                                              "ft.dat.rate.svg", "ft.dat.corr.svg"}));
   // (the listing is taken before the runs below add their own files)
+  const Result with_exact = rate("--exact ic.inp");
+  EXPECT_NE(with_exact.out.find("written: ft.dat.exact, ft.dat.rate,"), std::string::npos);
   const std::string exact = read_file("ft.dat.exact");
   EXPECT_EQ(lines(exact), 1 + 2 * 10 + 1);
   EXPECT_EQ(exact.rfind("#", 0), 0u);
