@@ -26,6 +26,28 @@ std::vector<cplx> line(double a, double w0, double dt, std::int64_t nt) {
   return c;
 }
 
+// The width of the Franck-Condon line, which sets the correlation plot's window: a displaced mode's
+// S w^2 coth(beta w / 2) (S = w d^2 / 2), and a mode that only changes frequency, whose gap
+// (w1^2 - w2^2) Q^2 / 2 has the variance (w1^2 - w2^2)^2 <Q^2>^2 / 2; each at 0 K and 300 K.
+TEST(RateIntegral, GapVarianceOfTheClosedForms) {
+  EngineInputs in;
+  in.nmode = 1;
+  in.s = Matrix<double>(1, 1);
+  in.s(1, 1) = 1.0;
+  const double w = 0.007, d = 9.0, kt = 300.0 / kelvin_per_hartree;
+  for (double temp : {0.0, 300.0}) {
+    in.temp = temp;
+    const double coth = temp > 0 ? 1.0 / std::tanh(w / (2.0 * kt)) : 1.0;
+    in.omegag = in.omegae = {w};
+    in.d = {d};
+    EXPECT_NEAR(gap_variance(in), 0.5 * w * d * d * w * w * coth, 1e-12 * w * w);
+    in.omegag = {1.3 * w};
+    in.d = {0.0};
+    const double q2 = coth / (2.0 * w), m = 0.69 * w * w;
+    EXPECT_NEAR(gap_variance(in), 0.5 * m * m * q2 * q2, 1e-12 * w * w);
+  }
+}
+
 // With exp(-gamma |t|) the grid sum is a geometric series, summed exactly here: a check of every
 // term over a long grid, the phase recurrence included, and of the t = 0 weight.
 TEST(RateIntegral, LorentzianGridSumOverALongGrid) {
