@@ -277,27 +277,54 @@ void temperature_study(const EngineInputs& in, const ParameterSet& p, const Damp
   std::cout << "written: " << base << ".temps, " << base << ".temps.svg\n" << std::flush;
 }
 
-// The times of the correlation-function plot: out to where the Franck-Condon envelope
-// exp(-variance t^2 / 2) has fallen below e^-18 (or the block's tmax), kPlotPoints steps, or the
-// block's own grid up to there when C is already known on it.
-constexpr std::int64_t kPlotPoints = 100;
+// The correlation-function plot shows C where it lives: out to kPlotWidths widths of its short-time
+// fall-off exp(-variance t^2 / 2) (the gap's variance, plus sigma^2 for a Gaussian line), the
+// window doubled while |C| D is still above 2 % of C(0) near its end (the recurrences of a few
+// undamped modes), never beyond the block's tmax or where the damping has fallen below e^-18.
 constexpr double kPlotWidths = 6.0;
+constexpr double kAlive = 0.02;
+constexpr std::int64_t kPlotPoints = 100;     // over the first window
+constexpr std::int64_t kMaxPlotPoints = 800;  // over a doubled one
 
-struct PlotGrid {
+struct Shown {
+  std::vector<cplx> c;
   double step = 0.0;
-  std::int64_t points = 0;
 };
 
-PlotGrid plot_grid(const EngineInputs& in, const Damping& d, double dt, std::int64_t nt,
-                   bool on_block_grid) {
+bool still_alive(const Shown& s, const Damping& d) {
+  const std::size_t n = s.c.size();
+  double tail = 0.0;
+  for (std::size_t k = n - n / 5 - 1; k < n; ++k)
+    tail = std::max(tail, std::abs(s.c[k]) * damping_at(d, s.step * static_cast<double>(k)));
+  return tail > kAlive * std::abs(s.c[0]);
+}
+
+Shown plotted_correlation(EngineContext& ctx, const Damping& d, double dt, std::int64_t nt,
+                          const std::vector<cplx>& on_grid, std::vector<std::string>& warnings) {
   const double tmax = dt * static_cast<double>(nt);
-  double var = gap_variance(in);
-  if (d.shape == DampingShape::gaussian) var += d.width * d.width;
-  const double end = var > 0.0 ? std::min(tmax, kPlotWidths / std::sqrt(var)) : tmax;
-  if (on_block_grid)
-    return {dt, std::clamp<std::int64_t>(static_cast<std::int64_t>(std::ceil(end / dt)),
-                                         std::min<std::int64_t>(nt, kPlotPoints / 4), nt)};
-  return {end / static_cast<double>(kPlotPoints), kPlotPoints};
+  const bool gaussian = d.shape == DampingShape::gaussian;
+  const double limit = std::min(tmax, gaussian ? kPlotWidths / d.width : 18.0 / d.width);
+  const double var = gap_variance(ctx.in) + (gaussian ? d.width * d.width : 0.0);
+  const double first = var > 0.0 ? std::min(limit, kPlotWidths / std::sqrt(var)) : limit;
+  for (double window = first;; window = std::min(2.0 * window, limit)) {
+    Shown s;
+    std::vector<std::string> said;
+    if (!on_grid.empty()) {
+      const auto n = std::clamp<std::int64_t>(static_cast<std::int64_t>(std::ceil(window / dt)),
+                                              std::min<std::int64_t>(nt, kPlotPoints / 4), nt);
+      s.c.assign(on_grid.begin(), on_grid.begin() + static_cast<std::ptrdiff_t>(n) + 1);
+      s.step = dt;
+    } else {
+      const auto n = std::min(
+          kMaxPlotPoints, static_cast<std::int64_t>(std::llround(kPlotPoints * window / first)));
+      s.step = window / static_cast<double>(n);
+      s.c = exact_correlation(ctx, s.step, n, said);
+    }
+    if (window >= limit || !still_alive(s, d)) {
+      warnings.insert(warnings.end(), said.begin(), said.end());
+      return s;
+    }
+  }
 }
 
 void rate_command(const RateOptions& o) {
@@ -340,13 +367,9 @@ void rate_command(const RateOptions& o) {
              gap_law_svg(gaps, r.scan, p.ead, r.at_ead, d,
                          contour ? std::numeric_limits<double>::infinity() : kPi / p.dt),
              "energy-gap plot");
-  // The plot shows where C(t) lives: its short-time fall-off, from the gap's variance.
-  const PlotGrid g = plot_grid(in, d, p.dt, p.nt, !c.empty());
-  const std::vector<cplx> shown =
-      c.empty()
-          ? exact_correlation(ctx, g.step, g.points, warnings)
-          : std::vector<cplx>(c.begin(), c.begin() + static_cast<std::ptrdiff_t>(g.points) + 1);
-  write_text(base + ".corr.svg", correlation_svg(shown, g.step, d), "correlation-function plot");
+  const Shown shown = plotted_correlation(ctx, d, p.dt, p.nt, c, warnings);
+  write_text(base + ".corr.svg", correlation_svg(shown.c, shown.step, d),
+             "correlation-function plot");
   files += base + ".rate, " + base + ".rate.svg, " + base + ".corr.svg";
   print_summary(p, d, r, files);
   warnings.insert(warnings.end(), r.warnings.begin(), r.warnings.end());
