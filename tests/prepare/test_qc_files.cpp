@@ -3,6 +3,7 @@
 // list) giving the same couplings, and bad files reported with their line.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "prepare/modes.h"
@@ -117,7 +118,20 @@ TEST(QcFiles, BadFilesNameTheLineAndWhatWasExpected) {
       {edited(hess, "$hessian\n12", "$hessian\n9"), 0, "dimension 12"},
       {edited(hess, "\n     3    ", "\n     3 0.5"), 15, "row 3 of the block of columns 0-4"},
       {"just text\n", 0, "expected a Gaussian formatted checkpoint"},
+      {edited(hess, "\n C ", "\n Bq "), 0, ": a ghost atom"},
   };
+  // Deuterium by its own symbol, and ghost atoms left out when asked.
+  write_file("d.hess", edited(hess, "\n H ", "\n D "));
+  const QcState d = read_qc_state("d.hess");
+  EXPECT_EQ(d.atomic_number, s0.atomic_number);
+  write_file("ghost.hess", edited(hess, "\n C ", "\n Bq "));
+  const QcState g = read_qc_state("ghost.hess", true);
+  EXPECT_EQ(g.natoms(), 3);
+  EXPECT_EQ(g.hessian.rows, 9);
+  const int carbon = static_cast<int>(
+      std::find(s0.atomic_number.begin(), s0.atomic_number.end(), 6) - s0.atomic_number.begin());
+  const int kept = carbon == 0 ? 1 : 0;  // the first atom kept, row 1 of the smaller Hessian
+  EXPECT_NEAR(g.hessian(1, 1), s0.hessian(3 * kept + 1, 3 * kept + 1), 1e-9);
   for (const auto& c : cases) {
     write_file("bad", c.text);
     try {
