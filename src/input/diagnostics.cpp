@@ -31,16 +31,6 @@ Quantity quantity_of(std::string_view name) {
   return Quantity::none;
 }
 
-// The quantity of a unit word the reader converts (lower case); none for an unknown word.
-Quantity unit_quantity(std::string_view u) {
-  if (u == "fs" || u == "ps") return Quantity::time;
-  if (u == "ev" || u == "cm-1") return Quantity::energy;
-  if (u == "db" || u == "debye") return Quantity::dipole;
-  if (u == "k") return Quantity::temperature;
-  if (u == "au" || u == "a.u.") return Quantity::any;
-  return Quantity::none;
-}
-
 // The quantity's name, e.g. "energy".
 std::string noun(Quantity q) {
   switch (q) {
@@ -71,57 +61,95 @@ std::string taken_as(Quantity q) {
   }
 }
 
-constexpr const char* kKnownUnits = "fs, ps, eV, cm-1, K, au, a.u., debye, db";
+// Every unit word the checks know, lower case, in one table: the units the reader converts (their
+// quantity, and the way they are usually written), other spellings of those, units the reader does
+// not convert but which convert to one it does (`per_au`: the unit's value per atomic unit), and
+// degrees Celsius.
+enum class UnitKind { read, spelling, convertible, celsius };
 
-// Unit words written for a known unit, and units the reader does not convert but which convert
-// to one it does (`per_au`: the unit's value per atomic unit).
-struct OtherUnit {
+struct UnitWord {
   std::string_view word;
-  std::string_view known;
+  UnitKind kind;
+  std::string_view known;              // as usually written: the unit itself, or the one meant
+  Quantity quantity = Quantity::none;  // of a unit the reader converts
   double per_au = 0.0;
 };
 
-const OtherUnit* other_unit(std::string_view u) {
-  static const OtherUnit table[] = {
-      {"femtosecond", "fs"},
-      {"femtoseconds", "fs"},
-      {"fsec", "fs"},
-      {"picosecond", "ps"},
-      {"picoseconds", "ps"},
-      {"cm^-1", "cm-1"},
-      {"cm**-1", "cm-1"},
-      {"cm^{-1}", "cm-1"},
-      {"1/cm", "cm-1"},
-      {"wavenumber", "cm-1"},
-      {"wavenumbers", "cm-1"},
-      {"electronvolt", "eV"},
-      {"electronvolts", "eV"},
-      {"e.v.", "eV"},
-      {"kelvin", "K"},
-      {"hartree", "au"},
-      {"hartrees", "au"},
-      {"ha", "au"},
-      {"eh", "au"},
-      {"kcal/mol", "eV", 627.5094740631},
-      {"kj/mol", "eV", 2625.4996394799},
-      {"mev", "eV", au2ev * 1000.0},
-      {"ns", "fs", au2fs * 1e-6},
-      {"as", "fs", au2fs * 1000.0},
-  };
-  for (const OtherUnit& o : table)
-    if (o.word == u) return &o;
+constexpr UnitWord kUnitWords[] = {
+    {"fs", UnitKind::read, "fs", Quantity::time},
+    {"ps", UnitKind::read, "ps", Quantity::time},
+    {"ev", UnitKind::read, "eV", Quantity::energy},
+    {"cm-1", UnitKind::read, "cm-1", Quantity::energy},
+    {"k", UnitKind::read, "K", Quantity::temperature},
+    {"au", UnitKind::read, "au", Quantity::any},
+    {"a.u.", UnitKind::read, "a.u.", Quantity::any},
+    {"debye", UnitKind::read, "debye", Quantity::dipole},
+    {"db", UnitKind::read, "db", Quantity::dipole},
+    {"femtosecond", UnitKind::spelling, "fs"},
+    {"femtoseconds", UnitKind::spelling, "fs"},
+    {"fsec", UnitKind::spelling, "fs"},
+    {"picosecond", UnitKind::spelling, "ps"},
+    {"picoseconds", UnitKind::spelling, "ps"},
+    {"cm^-1", UnitKind::spelling, "cm-1"},
+    {"cm**-1", UnitKind::spelling, "cm-1"},
+    {"cm^{-1}", UnitKind::spelling, "cm-1"},
+    {"1/cm", UnitKind::spelling, "cm-1"},
+    {"wavenumber", UnitKind::spelling, "cm-1"},
+    {"wavenumbers", UnitKind::spelling, "cm-1"},
+    {"electronvolt", UnitKind::spelling, "eV"},
+    {"electronvolts", UnitKind::spelling, "eV"},
+    {"e.v.", UnitKind::spelling, "eV"},
+    {"kelvin", UnitKind::spelling, "K"},
+    {"hartree", UnitKind::spelling, "au"},
+    {"hartrees", UnitKind::spelling, "au"},
+    {"ha", UnitKind::spelling, "au"},
+    {"eh", UnitKind::spelling, "au"},
+    {"kcal/mol", UnitKind::convertible, "eV", Quantity::none, 627.5094740631},
+    {"kj/mol", UnitKind::convertible, "eV", Quantity::none, 2625.4996394799},
+    {"mev", UnitKind::convertible, "eV", Quantity::none, au2ev * 1000.0},
+    {"ns", UnitKind::convertible, "fs", Quantity::none, au2fs * 1e-6},
+    {"as", UnitKind::convertible, "fs", Quantity::none, au2fs * 1000.0},
+    {"c", UnitKind::celsius, "K"},
+    {"celsius", UnitKind::celsius, "K"},
+    {"degc", UnitKind::celsius, "K"},
+    {"°c", UnitKind::celsius, "K"},
+};
+
+const UnitWord* unit_word(std::string_view lower) {
+  for (const UnitWord& u : kUnitWords)
+    if (u.word == lower) return &u;
   return nullptr;
 }
 
+// The quantity of a unit word the reader converts (lower case); none for any other word.
+Quantity unit_quantity(std::string_view u) {
+  const UnitWord* w = unit_word(u);
+  return w && w->kind == UnitKind::read ? w->quantity : Quantity::none;
+}
+
+// Another spelling of a known unit, or a unit that converts to one.
+const UnitWord* other_unit(std::string_view u) {
+  const UnitWord* w = unit_word(u);
+  return w && (w->kind == UnitKind::spelling || w->kind == UnitKind::convertible) ? w : nullptr;
+}
+
 bool is_celsius(std::string_view u) {
-  return u == "c" || u == "celsius" || u == "degc" || u == "°c";
+  const UnitWord* w = unit_word(u);
+  return w && w->kind == UnitKind::celsius;
 }
 
 // A known unit word as it is usually written ("ev": "eV").
 std::string spelt(std::string_view u) {
-  if (u == "ev") return "eV";
-  if (u == "k") return "K";
-  return std::string(u);
+  const UnitWord* w = unit_word(u);
+  return std::string(w ? w->known : u);
+}
+
+// "fs, ps, eV, cm-1, K, au, a.u., debye, db"
+std::string known_units() {
+  std::string s;
+  for (const UnitWord& u : kUnitWords)
+    if (u.kind == UnitKind::read) s += (s.empty() ? "" : ", ") + std::string(u.known);
+  return s;
 }
 
 std::string number(double x) { return printed("%.6g", x); }
@@ -158,7 +186,7 @@ void check_unit(const std::string& at, const std::string& n, const std::string& 
   std::string word = lu.substr(0, blank);
   while (!word.empty() && (word.back() == ',' || word.back() == ';' || word.back() == ':'))
     word.pop_back();
-  const OtherUnit* other = other_unit(word);
+  const UnitWord* other = other_unit(word);
   if (blank != std::string::npos && (unit_quantity(word) != Quantity::none || other)) {
     msg += "; only one word may follow the number (a comment starts with ! or #)";
   } else if (word != lu && unit_quantity(word) != Quantity::none) {
@@ -173,7 +201,7 @@ void check_unit(const std::string& at, const std::string& n, const std::string& 
   } else if (other) {
     msg += "; did you mean '" + std::string(other->known) + "'?";
   } else {
-    msg += "; the units known are " + std::string(kKnownUnits);
+    msg += "; the units known are " + known_units();
   }
   warn(msg);
 }

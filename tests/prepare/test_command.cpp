@@ -107,6 +107,37 @@ TEST(PrepareCommand, CoumarinFilesDriveTheRunAndTheRate) {
   EXPECT_NE(rate.out.find("k_IC = "), std::string::npos);
 }
 
+// The README's command on the coumarin pair, as a user reads it: the summary and the warnings
+// exactly, the three files to the digits that another LAPACK leaves alone (1e-8 relative, above
+// 1e-8 absolute), every word of them exactly.
+TEST(PrepareCommand, GoldenTranscriptOfTheCoumarinPair) {
+  ScratchDir dir;
+  for (const char* f : {"coumarin_s0.fchk", "coumarin_s1.fchk"})
+    std::filesystem::copy_file(qc_file(std::string("coumarin/") + f), f);
+  const Result r = ictvcf("prepare coumarin_s0.fchk coumarin_s1.fchk --out run");
+  const std::string golden = std::string(ICTVCF_TEST_DATA) + "/../prepare/golden/coumarin/";
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, read_file(golden + "stdout.txt"));
+  EXPECT_EQ(r.err, read_file(golden + "stderr.txt"));
+  for (const char* name : {"dushin.dat", "nacme.dat", "ic.inp"}) {
+    std::istringstream want(read_file(golden + name)), got(read_file(std::string("run/") + name));
+    std::string w, g;
+    int words = 0;
+    while (want >> w) {
+      ASSERT_TRUE(got >> g) << name << ": ends after " << words << " words";
+      char* end = nullptr;
+      const double x = std::strtod(w.c_str(), &end);
+      if (*end == '\0' && !w.empty())
+        EXPECT_NEAR(std::strtod(g.c_str(), nullptr), x, 1e-8 * std::max(1.0, std::fabs(x)))
+            << name << ", word " << words;
+      else
+        EXPECT_EQ(g, w) << name << ", word " << words;
+      ++words;
+    }
+    EXPECT_FALSE(got >> g) << name << ": more than " << words << " words";
+  }
+}
+
 TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
   ScratchDir dir;
   const std::string m0 = qc_file("methylium/opt_freq_s0.fchk");
@@ -215,6 +246,20 @@ TEST(PrepareCommand, SwappedHydrogensAndACouplingCutOutOfItsOutput) {
   for (const char* label : {"reorganisation energy, state 1:", "reorganisation energy, state 2:",
                             "total Huang-Rhys factor:", "largest"})
     EXPECT_EQ(word_after(got.out, label), word_after(ref.out, label)) << label;
+
+  // An isotopologue, one hydrogen of S1 made deuterium: FINAL's masses serve both states (the
+  // same numbers), and the difference is named.
+  QcState heavy = s1;
+  heavy.mass[12] = 2.01410178;
+  write_file("s1-d.hess", testing::orca_hess(heavy, true, s1.energy));
+  const Result iso =
+      ictvcf("prepare " + c0 + " s1-d.hess --nac nac.out --nac-geometry initial --out d");
+  EXPECT_NE(
+      iso.err.find("the masses of s1-d.hess differ from those of " + c0 + " (by up to 1e+02 %)"),
+      std::string::npos)
+      << iso.err;
+  EXPECT_EQ(word_after(iso.out, "reorganisation energy, state 2:"),
+            word_after(ref.out, "reorganisation energy, state 2:"));
 
   // The same exchange with --keep-order: taken as numbered, and said to be probably wrong.
   const Result kept = ictvcf("prepare " + c0 +

@@ -55,17 +55,22 @@ TEST(QcFiles, CouplingGivenThreeWaysGivesTheSameCouplings) {
   for (double v : ref) big = std::max(big, std::fabs(v));
 
   ScratchDir dir;
-  // An ORCA output in yet another frame: the geometry block, then the couplings.
+  // An ORCA output in yet another frame: an earlier geometry (another state's), the geometry of
+  // the couplings, the couplings, and a later geometry; only the block just before them counts.
   const double shift[3] = {1.0, 2.0, -4.0};
   const QcState t = moved(s1, rotation(2, -1, 1, 77.0), shift);
-  std::string out =
-      "ORCA output\n\n----------------------------\nCARTESIAN COORDINATES (A.U.)\n"
-      "----------------------------\n  NO LB      ZA    FRAG     MASS         X"
-      "           Y           Z\n";
-  for (int a = 0; a < 17; ++a)
-    out += printed("  %2d %-2s %8.4f %4d %10.3f %18.12f %18.12f %18.12f\n", a,
-                   element_symbol(t.atomic_number[a]).c_str(), 1.0 * t.atomic_number[a], 0,
-                   t.mass[a], t.x[3 * a], t.x[3 * a + 1], t.x[3 * a + 2]);
+  auto coordinates = [](const QcState& q) {
+    std::string b =
+        "\n----------------------------\nCARTESIAN COORDINATES (A.U.)\n"
+        "----------------------------\n  NO LB      ZA    FRAG     MASS         X"
+        "           Y           Z\n";
+    for (int a = 0; a < 17; ++a)
+      b += printed("  %2d %-2s %8.4f %4d %10.3f %18.12f %18.12f %18.12f\n", a,
+                   element_symbol(q.atomic_number[a]).c_str(), 1.0 * q.atomic_number[a], 0,
+                   q.mass[a], q.x[3 * a], q.x[3 * a + 1], q.x[3 * a + 2]);
+    return b;
+  };
+  std::string out = "ORCA output\n" + coordinates(s0) + coordinates(t);
   out +=
       "\n------------------------------------------\nCARTESIAN NON-ADIABATIC COUPLINGS\n"
       "         <S0|d/dx|S1>\n------------------------------------------\n\n";
@@ -73,7 +78,7 @@ TEST(QcFiles, CouplingGivenThreeWaysGivesTheSameCouplings) {
     out += printed("   %2d   %-2s :  %18.12f %18.12f %18.12f\n", a,
                    element_symbol(t.atomic_number[a]).c_str(), t.nac[3 * a], t.nac[3 * a + 1],
                    t.nac[3 * a + 2]);
-  out += "------------------------------------------\nNORM of the NACME vector\n";
+  out += "------------------------------------------\nNORM of the NACME vector\n" + coordinates(s0);
   write_file("nac.out", out);
   // A plain list, in the initial state's frame.
   std::string plain = "# <S0|d/dx|S1>, 1 over bohr\n";
