@@ -7,6 +7,9 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "prepare/gradient_file.h"
+#include "prepare/model_summary.h"
+#include "prepare/models.h"
 #include "prepare/modes.h"
 #include "prepare/qc_files.h"
 #include "prepare/run_files.h"
@@ -20,7 +23,9 @@ namespace {
 
 const char* const kPrepareUsage =
     "usage: ictvcf prepare FINAL INITIAL [--nac FILE] [--nac-geometry final|initial]\n"
-    "                      [--ead VALUE eV|cm-1|au] [--out DIR]\n";
+    "                      [--ead VALUE eV|cm-1|au] [--out DIR]\n"
+    "                      [--coordinates cartesian|internal] [--model ah|vh|vg]\n"
+    "                      [--drop-below FREQ cm-1]\n";
 
 constexpr double kFwhmCm = 200.0;  // Gaussian broadening written for the rate, cm-1
 constexpr double kTemp = 300.0;
@@ -35,7 +40,10 @@ const char* const kHelp =
     "FINAL's) checkpoint, or --nac FILE: a checkpoint, an ORCA output with the CARTESIAN\n"
     "NON-ADIABATIC COUPLINGS block, or N lines 'x y z' (1/bohr) computed at the geometry that\n"
     "--nac-geometry names. ead is the difference of the files' total energies unless --ead is\n"
-    "given. See README.md.\n";
+    "given. --coordinates measures the displacement between the minima along the straight\n"
+    "Cartesian chord (default) or along curvilinear internal coordinates; --model vg or vh takes\n"
+    "INITIAL's gradient at FINAL's geometry instead of INITIAL's own minimum; --drop-below\n"
+    "removes the displacement of state 1's modes below FREQ. See README.md.\n";
 
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -47,6 +55,7 @@ struct Options {
   bool has_ead = false;
   double ead = 0.0;  // hartree
   std::string ead_text;
+  ModelOptions model;
 };
 
 double energy_unit(const std::string& word) {
@@ -86,6 +95,27 @@ Options parse(const std::vector<std::string>& args) {
       o.ead = x * energy_unit(unit);
       o.has_ead = true;
       o.ead_text = v + " " + unit;
+    } else if (a == "--coordinates") {
+      const std::string& c = value("cartesian or internal");
+      if (c != "cartesian" && c != "internal")
+        throw UsageError("expected cartesian or internal after --coordinates, found '" + c + "'");
+      o.model.coordinates = c == "internal" ? Coordinates::internal : Coordinates::cartesian;
+    } else if (a == "--model") {
+      const std::string& m = value("ah, vh or vg");
+      if (m != "ah" && m != "vh" && m != "vg")
+        throw UsageError("expected ah, vh or vg after --model, found '" + m + "'");
+      o.model.model = m == "ah" ? Model::ah : m == "vh" ? Model::vh : Model::vg;
+    } else if (a == "--drop-below") {
+      const std::string& v = value("a frequency and cm-1");
+      const std::string& unit = value("the unit cm-1");
+      char* end = nullptr;
+      const double x = std::strtod(v.c_str(), &end);
+      if (v.empty() || end != v.c_str() + v.size() || !(x > 0))
+        throw UsageError("expected a positive frequency after --drop-below, found '" + v + "'");
+      if (lower_ascii(unit) != "cm-1")
+        throw UsageError("expected the unit cm-1 after --drop-below " + v + ", found '" + unit +
+                         "'");
+      o.model.drop_below = x / au2cm;
     } else if (a == "--out") {
       o.out_dir = value("a directory");
     } else if (a.size() > 1 && a[0] == '-') {
@@ -97,6 +127,10 @@ Options parse(const std::vector<std::string>& args) {
   if (files.size() != 2)
     throw UsageError("expected two files, FINAL and INITIAL, found " +
                      std::to_string(files.size()));
+  if (o.model.model != Model::ah && o.model.coordinates == Coordinates::internal)
+    throw UsageError(
+        "expected --coordinates cartesian with --model vh or vg (both states are "
+        "expanded about one geometry)");
   o.final_file = files[0];
   o.initial_file = files[1];
   return o;
@@ -172,7 +206,8 @@ std::vector<std::string> warnings(const PrepareResult& r, const QcState* st[2], 
 
 void prepare(const Options& o) {
   const QcState fin = read_qc_state(o.final_file);
-  const QcState ini = read_qc_state(o.initial_file);
+  const QcState ini = o.model.model == Model::vg ? read_gradient_state(o.initial_file, fin)
+                                                 : read_qc_state(o.initial_file);
   check_pair(fin, ini);
 
   NacInput nac;
@@ -212,9 +247,16 @@ void prepare(const Options& o) {
                             (ini.energy - fin.energy) * au2ev));
   }
 
-  const PrepareResult r = prepare_pair(fin, ini, &nac);
+  ModelReport model;
+  const PrepareResult r = prepare_model(fin, ini, &nac, o.model, model);
+  if (o.model.model != Model::ah && !o.has_ead) {
+    ead += model.ead_shift;
+    ead_origin = "E(initial) - E(final) at the final geometry, less the relaxation energy " +
+                 cm(-model.ead_shift) + " cm-1";
+  }
   const QcState* st[2] = {&fin, &ini};
-  const std::vector<std::string> warned = warnings(r, st, nac, ead);
+  std::vector<std::string> warned = warnings(r, st, nac, ead);
+  for (const auto& w : model_warnings(model)) warned.push_back(w);
 
   InputSettings in;
   in.src = {fin.file, ini.file, nac.file};
@@ -258,6 +300,7 @@ void prepare(const Options& o) {
                r.lambda2 * au2cm, r.lambda2_cart * au2cm);
   s += printed("total Huang-Rhys factor: %.4f (state-1 modes), %.4f (state-2 modes)\n", r.hr1,
                r.hr2);
+  s += model_summary(model, r, fin.file, ini.file);
   s += printed(
       "Duschinsky matrix, vibrational block: smallest singular value %.5f; largest change "
       "to\n  make it orthogonal %.2e; weight in translations and rotations up to %.2e (mode "
