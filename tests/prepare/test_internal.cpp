@@ -1,0 +1,257 @@
+// Curvilinear internal coordinates and the vertical models against exact references: the
+// valence-force-field H-O-O-H pairs of tests/data/qc/hooh (make_hooh.py), whose reorganisation
+// energy along the dihedral is 1/2 k_tau dtau^2 exactly; B against finite differences; invariance
+// under rigid motions and the order of the primitives; the rigid coumarin pair; the vertical
+// gradient model against the adiabatic one on a displaced-only pair; bad input.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <random>
+
+#include "prepare/models.h"
+#include "prepare_support.h"
+#include "test_support.h"
+#include "util/constants.h"
+
+namespace ictvcf {
+namespace {
+
+using testing::moved;
+using testing::qc_file;
+using testing::rotation;
+
+constexpr double kTau = 0.0045, kOH = 0.514;  // make_hooh.py's force constants
+constexpr double kDeg = std::numbers::pi / 180.0;
+
+QcState hooh(int deg) {
+  return read_qc_state(qc_file("hooh/hooh_" + std::to_string(deg) + ".hess"));
+}
+
+double max_diff(const std::vector<double>& a, const std::vector<double>& b) {
+  double d = 0.0;
+  for (std::size_t i = 0; i < a.size(); ++i) d = std::max(d, std::fabs(a[i] - b[i]));
+  return d;
+}
+
+// Row `row` of B M^-1/2 L1: how the primitive changes along each of state 1's vibrations.
+std::vector<double> along_modes(const PrepareResult& r, const InternalSet& set, int row) {
+  const Matrix<double> b = wilson_b(set, r.x1);
+  std::vector<double> a(r.n3, 0.0);
+  for (int k = 7; k <= r.n3; ++k)
+    for (int i = 1; i <= r.n3; ++i)
+      a[k - 1] += b(row, i) * r.modes1.l(i, k) / std::sqrt(r.mass[(i - 1) / 3]);
+  return a;
+}
+
+TEST(HoohToy, InternalCoordinatesAreExactTheChordIsNot) {
+  // final, initial, the dihedral's change, and the Cartesian chord's lambda1 over the exact one.
+  const struct {
+    int from, to;
+    double dtau, chord;
+  } cases[] = {{115, 145, 30, 3.9603},
+               {115, 180, 65, 14.376},
+               {165, 195, 30, 3.9824},
+               {115, 116, 1, 1.0033}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.from) + " -> " + std::to_string(c.to));
+    const QcState fin = hooh(c.from), ini = hooh(c.to);
+    const double exact = 0.5 * kTau * std::pow(c.dtau * kDeg, 2);
+    ModelOptions o;
+    o.coordinates = Coordinates::internal;
+    ModelReport rep;
+    const PrepareResult r = prepare_model(fin, ini, nullptr, o, rep);
+    ASSERT_TRUE(rep.internal_ok) << rep.internal_why;
+    EXPECT_NEAR(r.lambda1 / exact, 1.0, 1e-8);
+    EXPECT_NEAR(r.lambda2 / exact, 1.0, 1e-8);
+    EXPECT_NEAR(rep.lambda_cart[0] / exact, c.chord, 1e-4 * c.chord);
+    // The written default is the chord, exactly as before.
+    ModelReport rep_c;
+    const PrepareResult rc = prepare_model(fin, ini, nullptr, ModelOptions{}, rep_c);
+    EXPECT_EQ(rc.lambda1, rep.lambda_cart[0]);
+    EXPECT_EQ(rc.lambda1, prepare_pair(fin, ini, nullptr).lambda1);
+
+    // With F diagonal, A^-1 = W^-2 A^T F, so D_k = k_tau dtau A_tau,k / w_k^2 and each mode's
+    // Huang-Rhys factor is (k_tau dtau A_tau,k)^2 / (2 w_k^3). The O-H stretches (most of their
+    // potential energy in the O-H bonds) keep below 1e-6.
+    const InternalSet& set = rep.set;
+    ASSERT_EQ(set.prims.size(), 6u);
+    int tau = 0;
+    std::vector<int> oh;
+    for (std::size_t i = 0; i < set.prims.size(); ++i) {
+      const Primitive& p = set.prims[i];
+      if (p.kind == PrimitiveKind::dihedral) tau = static_cast<int>(i) + 1;
+      if (p.kind == PrimitiveKind::bond && fin.atomic_number[p.a] + fin.atomic_number[p.b] == 9)
+        oh.push_back(static_cast<int>(i) + 1);
+    }
+    ASSERT_EQ(oh.size(), 2u);
+    const std::vector<double> at = along_modes(r, set, tau);
+    const std::vector<double> a1 = along_modes(r, set, oh[0]), a2 = along_modes(r, set, oh[1]);
+    int stretches = 0;
+    for (int k = 7; k <= r.n3; ++k) {
+      const double w = r.modes1.omega[k - 1], hr = 0.5 * w * r.d1[k - 1] * r.d1[k - 1];
+      const double ref = std::pow(kTau * c.dtau * kDeg * at[k - 1], 2) / (2 * w * w * w);
+      EXPECT_NEAR(hr, ref, 1e-8 * ref + 1e-20) << "mode " << k;
+      if (kOH * (a1[k - 1] * a1[k - 1] + a2[k - 1] * a2[k - 1]) > 0.5 * w * w) {
+        ++stretches;
+        EXPECT_LT(hr, 1e-6) << "O-H stretch " << k;
+      }
+    }
+    EXPECT_EQ(stretches, 2);
+  }
+}
+
+TEST(HoohToy, RigidMotionsAndThePrimitivesOrderChangeNothing) {
+  const QcState fin = hooh(115), ini = hooh(180);
+  ModelOptions o;
+  o.coordinates = Coordinates::internal;
+  ModelReport rep;
+  const PrepareResult ref = prepare_model(fin, ini, nullptr, o, rep);
+  const double shift[3] = {3.0, -7.0, 11.0}, back[3] = {-1.0, 2.0, 0.5};
+  const std::pair<QcState, QcState> pairs[] = {
+      {fin, moved(ini, rotation(0.3, -1.0, 0.7, 170.0), shift)},
+      {moved(fin, rotation(1.0, 2.0, 3.0, 77.0), back), ini}};
+  // A turned FINAL may flip the sign chosen for a mode (its largest component is another
+  // coordinate): magnitudes compared, and S's vibrational block only (the translations' block
+  // follows the Cartesian axes).
+  auto mag = [](std::vector<double> v) {
+    for (double& e : v) e = std::fabs(e);
+    return v;
+  };
+  for (const auto& [a, b] : pairs) {
+    ModelReport rep2;
+    const PrepareResult r = prepare_model(a, b, nullptr, o, rep2);
+    EXPECT_LT(max_diff(mag(r.d1), mag(ref.d1)), 1e-10);
+    EXPECT_LT(max_diff(mag(r.d2), mag(ref.d2)), 1e-10);
+    for (int i = 7; i <= r.n3; ++i)
+      for (int j = 7; j <= r.n3; ++j)
+        EXPECT_NEAR(std::fabs(r.s(i, j)), std::fabs(ref.s(i, j)), 1e-10) << i << "," << j;
+    EXPECT_NEAR(r.lambda1, ref.lambda1, 1e-12 * ref.lambda1);
+  }
+  // The primitives in reverse order, each dihedral's atoms reversed (the same angle), and the
+  // bonds' atoms swapped.
+  const PrepareResult cart = prepare_pair(fin, ini, nullptr);
+  InternalSet set = rep.set;
+  std::reverse(set.prims.begin(), set.prims.end());
+  for (Primitive& p : set.prims)
+    if (p.kind == PrimitiveKind::dihedral)
+      p = {p.kind, p.d, p.c, p.b, p.a, {0, 0, 0}};
+    else if (p.kind == PrimitiveKind::bond)
+      std::swap(p.a, p.b);
+  const Curvilinear c = curvilinear(cart, set);
+  EXPECT_LT(max_diff(c.d1, ref.d1), 1e-10);
+  EXPECT_LT(max_diff(c.d2, ref.d2), 1e-10);
+  EXPECT_NEAR(c.lambda1, ref.lambda1, 1e-12 * ref.lambda1);
+}
+
+TEST(Internals, WilsonBIsTheDerivativeOfEveryKind) {
+  // H-C#C-CHO bent a little: bonds, angles, two straight chains (linear bends), an out-of-plane
+  // carbon; then H-O-O-H for the dihedral.
+  std::vector<int> z = {1, 6, 6, 6, 8, 1};
+  std::vector<double> x = {-4.3, 0, 0, -2.3, 0, 0, 0, 0, 0, 2.7, 0, 0, 3.9, 2.0, 0, 3.9, -1.8, 0};
+  std::mt19937 gen(7);
+  std::uniform_real_distribution<double> jitter(-0.02, 0.02);
+  for (double& v : x) v += jitter(gen);
+  InternalSet set = find_internals(z, x, x);
+  EXPECT_EQ(set.linear_bends, 4);
+  EXPECT_EQ(set.out_of_plane, 1);
+  const QcState h = hooh(145);
+  const InternalSet hs = find_internals(h.atomic_number, h.x, h.x);
+  EXPECT_EQ(hs.dihedrals, 1);
+  auto check = [](const std::vector<int>& zz, const std::vector<double>& xx,
+                  const InternalSet& ss) {
+    const Matrix<double> b = wilson_b(ss, xx);
+    for (std::size_t k = 0; k < ss.prims.size(); ++k)
+      for (std::size_t i = 0; i < xx.size(); ++i) {
+        std::vector<double> up = xx, down = xx;
+        up[i] += 1e-5;
+        down[i] -= 1e-5;
+        const double fd =
+            (primitive_value(ss.prims[k], up) - primitive_value(ss.prims[k], down)) / 2e-5;
+        EXPECT_NEAR(b(static_cast<int>(k) + 1, static_cast<int>(i) + 1), fd, 1e-8)
+            << primitive_label(ss.prims[k], zz) << " coordinate " << i;
+      }
+  };
+  check(z, x, set);
+  check(h.atomic_number, h.x, hs);
+}
+
+TEST(Internals, RigidCoumarinGivesNearlyTheCartesianReorganisationEnergies) {
+  const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));
+  const QcState s1 = read_qc_state(qc_file("coumarin/coumarin_s1.fchk"));
+  ModelOptions o;
+  o.coordinates = Coordinates::internal;
+  ModelReport rep;
+  const PrepareResult r = prepare_model(s0, s1, nullptr, o, rep);
+  // The C=O bond turns by some degrees between the states: its true length change is 4 % longer
+  // than the chord's, which gives state 1 2.3 % more; state 2 differs by 0.3 %.
+  EXPECT_NEAR(r.lambda1 / rep.lambda_cart[0], 1.023, 0.002);
+  EXPECT_NEAR(r.lambda2 / rep.lambda_cart[1], 0.997, 0.002);
+  EXPECT_EQ(rep.carriers[0].label, "C8-O11 bond");
+  EXPECT_LT(rep.difference, 0.10);
+  // The written S stays orthogonal.
+  double off = 0.0;
+  for (int i = 1; i <= r.n3; ++i)
+    for (int j = 1; j <= r.n3; ++j) {
+      double dot = 0.0;
+      for (int k = 1; k <= r.n3; ++k) dot += r.s(k, i) * r.s(k, j);
+      off = std::max(off, std::fabs(dot - (i == j ? 1.0 : 0.0)));
+    }
+  EXPECT_LT(off, 1e-12);
+}
+
+TEST(Models, VerticalModelsOnADisplacedOnlyPairEqualTheAdiabaticOne) {
+  // State 2: the same Hessian, its minimum moved along modes 10 and 20; its gradient at the
+  // final geometry is then H (x1 - x2), given in a turned and shifted frame.
+  const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));
+  const PrepareResult r0 = prepare_pair(s0, s0, nullptr);
+  QcState shifted = s0;
+  std::vector<double> dx(r0.n3);
+  for (int i = 0; i < r0.n3; ++i) {
+    const double step = 4.0 * r0.modes1.l(i + 1, 10) - 2.5 * r0.modes1.l(i + 1, 20);
+    shifted.x[i] += step / std::sqrt(r0.mass[i / 3]);
+    dx[i] = -step / std::sqrt(r0.mass[i / 3]);
+  }
+  const PrepareResult ah = prepare_pair(s0, shifted, nullptr);
+  QcState grad = s0;
+  grad.gradient.assign(r0.n3, 0.0);
+  for (int i = 1; i <= r0.n3; ++i)
+    for (int j = 1; j <= r0.n3; ++j) grad.gradient[i - 1] += s0.hessian(i, j) * dx[j - 1];
+  const double shift[3] = {1.0, 2.0, -3.0};
+  grad = moved(grad, rotation(2, -1, 1, 40.0), shift);
+  grad.hessian = Matrix<double>();  // a single point with forces
+
+  ModelOptions vg;
+  vg.model = Model::vg;
+  ModelReport rep;
+  const PrepareResult g = prepare_model(s0, grad, nullptr, vg, rep);
+  EXPECT_LT(max_diff(g.d1, ah.d1), 1e-8);
+  EXPECT_LT(max_diff(g.d2, ah.d1), 1e-8);
+  EXPECT_NEAR(g.lambda1 / ah.lambda1, 1.0, 1e-9);
+  EXPECT_NEAR(rep.ead_shift, -ah.lambda1, 1e-9 * ah.lambda1);
+  EXPECT_EQ(g.modes2.omega, g.modes1.omega);
+  for (int i = 1; i <= g.n3; ++i) EXPECT_EQ(g.s(i, i), 1.0);
+
+  // VH with state 1's Hessian at the same point is VG.
+  QcState vh_state = moved(s0, rotation(2, -1, 1, 40.0), shift);
+  vh_state.gradient = grad.gradient;
+  ModelOptions vh = vg;
+  vh.model = Model::vh;
+  const PrepareResult h = prepare_model(s0, vh_state, nullptr, vh, rep);
+  EXPECT_LT(max_diff(h.d2, ah.d1), 1e-8);
+  EXPECT_NEAR(h.lambda2 / ah.lambda1, 1.0, 1e-9);
+
+  // Leaving out the modes below 300 cm-1 removes mode 10's part (295.75 cm-1) only.
+  vg.drop_below = 300.0 / au2cm;
+  const PrepareResult d = prepare_model(s0, grad, nullptr, vg, rep);
+  const double w10 = d.modes1.omega[9];
+  EXPECT_EQ(rep.dropped, 4);
+  EXPECT_NEAR(rep.dropped_lambda1, 0.5 * w10 * w10 * 16.0, 1e-8 * rep.dropped_lambda1);
+  EXPECT_NEAR(d.lambda1, g.lambda1 - rep.dropped_lambda1, 1e-9 * g.lambda1);
+  EXPECT_EQ(d.d1[9], 0.0);
+  EXPECT_NEAR(d.d1[19], g.d1[19], 1e-12);
+}
+
+}  // namespace
+}  // namespace ictvcf
