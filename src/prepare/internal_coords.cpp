@@ -102,6 +102,25 @@ Mat pseudo_inverse(const Mat& a, double& ratio) {
   return p;
 }
 
+// The generalised inverse of the mean kinetic metric (G1 + G2) / 2, G_i = A_i A_i^T, over its
+// largest eigenvalues, as many as there are vibrations (the rest, of the order of the square of
+// the geometry change, belong to neither state's range).
+Mat mean_metric_inverse(const Mat& a1, const Mat& a2) {
+  Mat g = mul(a1, false, a1, true);
+  const Mat g2 = mul(a2, false, a2, true);
+  for (std::size_t i = 0; i < g.data.size(); ++i) g.data[i] = 0.5 * (g.data[i] + g2.data[i]);
+  const int ns = g.rows, nv = a1.cols;
+  std::vector<double> mu(ns);
+  if (lapack::syev(ns, g.ptr(), mu.data()) != 0)
+    throw InternalsUnavailable("the eigenvalues of the kinetic metric did not converge", 0);
+  Mat v(ns, nv);
+  for (int k = 1; k <= nv; ++k) {
+    const double scale = 1.0 / std::sqrt(mu[ns - nv + k - 1]);
+    for (int i = 1; i <= ns; ++i) v(i, k) = g(i, ns - nv + k) * scale;
+  }
+  return mul(v, false, v, true);
+}
+
 // A = B(x) M^-1/2 L_vib: the state's vibrations as changes of the primitives.
 Mat modes_in_primitives(const InternalSet& set, const std::vector<double>& x,
                         const std::vector<double>& m, const NormalModes& modes) {
@@ -340,7 +359,7 @@ Curvilinear curvilinear(const PrepareResult& r, const InternalSet& set) {
 
   c.ds = internal_difference(set, r.x1, r.x2);
   const std::vector<double> q1 = mul(p1, false, c.ds), q2 = mul(p2, false, c.ds);
-  c.s_raw = mul(p2, false, a1, false);
+  c.s_raw = mul(a2, true, mul(mean_metric_inverse(a1, a2), false, a1, false), false);
   c.polar = nearest_orthogonal(c.s_raw);
   c.d1.assign(r.n3, 0.0);
   c.d2.assign(r.n3, 0.0);

@@ -46,7 +46,7 @@ struct InternalsUnavailable : std::runtime_error {
 constexpr double kMaxJoinBohr = 10.0;
 // The primitives must describe every vibration: the smallest singular value of A_i (below) at
 // least this fraction of the largest.
-constexpr double kMinSpan = 1e-3;
+constexpr double kMinSpan = 1e-5;
 // Angles above this (degrees) are described by two linear bends, and no dihedral runs over them.
 constexpr double kLinearDeg = 175.0;
 
@@ -68,16 +68,22 @@ Matrix<double> wilson_b(const InternalSet& set, const std::vector<double>& x);
 std::string primitive_label(const Primitive& p, const std::vector<int>& z);
 
 // The displacement and the Duschinsky matrix in curvilinear coordinates, after Reimers
-// (J. Chem. Phys. 115, 9103 (2001)): with A_i = B(x_i) M^-1/2 L_i (the vibrations of state i as
-// changes of the primitives), D_i = A_i^+ (s(x1) - s(x2)) and S = A_2^+ A_1, A^+ the generalised
-// inverse (least squares over the primitives, bohr and radians weighted alike). A^+ = A^T G^+
-// with G = A A^T = B M^-1 B^T: Wilson's G matrix, so this is B's mass-weighted inverse.
+// (J. Chem. Phys. 115, 9103 (2001)). A_i = B(x_i) M^-1/2 L_i: the vibrations of state i as changes
+// of the primitives. D_i = A_i^+ (s(x1) - s(x2)), A^+ the generalised inverse: A^+ = A^T G^+ with
+// G = A A^T = B M^-1 B^T, Wilson's G matrix, so this is B's mass-weighted inverse, and with a
+// force field diagonal in the primitives 1/2 sum w^2 D^2 is exactly 1/2 ds^T F ds. The
+// Duschinsky matrix identifies equal changes of the primitives, Q2 = S Q1 for ds = A1 Q1 = A2 Q2;
+// taken as A_2^+ A_1 it is not orthogonal at first order in the geometry change (G differs between
+// the geometries: singular values 0.87-1.10 on the coumarin pair), so the two states' modes are
+// compared in their mean metric instead, S = A_2^T Gm^+ A_1 with Gm = (G_1 + G_2) / 2, which is
+// orthogonal to second order (0.990 on coumarin); then made orthogonal as in Cartesian
+// coordinates.
 struct Curvilinear {
   InternalSet set;
   std::vector<double> ds;      // s(x1) - s(x2) per primitive
   std::vector<double> chord;   // A_1 D1(Cartesian): the chord's change of each primitive, linear
   std::vector<double> energy;  // share of each primitive in lambda1(Cartesian) - lambda1(internal)
-  Matrix<double> s_raw;        // vibrations x vibrations, A_2^+ A_1
+  Matrix<double> s_raw;        // vibrations x vibrations, A_2^T Gm^+ A_1
   Polar polar;                 // its nearest orthogonal matrix
   std::vector<double> d1, d2;  // 3N (the first six zero), sqrt(me) bohr
   double lambda1 = 0, lambda2 = 0, hr1 = 0, hr2 = 0;  // hartree; total Huang-Rhys factors
