@@ -21,7 +21,9 @@ bool blank_or_comment(const std::string& rec) {
 
 bool looks_like_engrad(const TextFile& f) {
   for (std::size_t i = 0; i < std::min<std::size_t>(f.records.size(), 4); ++i)
-    if (f.records[i].find("Number of atoms") != std::string::npos) return true;
+    if (f.records[i].rfind("#", 0) == 0 &&
+        f.records[i].find("Number of atoms") != std::string::npos)
+      return true;
   return false;
 }
 

@@ -253,5 +253,104 @@ TEST(Models, VerticalModelsOnADisplacedOnlyPairEqualTheAdiabaticOne) {
   EXPECT_NEAR(d.d1[19], g.d1[19], 1e-12);
 }
 
+// An ORCA gradient file of a state's gradient, energy and geometry.
+std::string engrad(const QcState& s, double energy) {
+  std::string t = printed(
+      "#\n# Number of atoms\n#\n %d\n#\n# The current total energy in Eh\n#\n"
+      "  %.12f\n#\n# The current gradient in Eh/bohr\n#\n",
+      s.natoms(), energy);
+  for (double g : s.gradient) t += printed("  %20.12e\n", g);
+  t += "#\n# The atomic numbers and current coordinates in Bohr\n#\n";
+  for (int a = 0; a < s.natoms(); ++a)
+    t += printed("  %3d %16.10f %16.10f %16.10f\n", s.atomic_number[a], s.x[3 * a], s.x[3 * a + 1],
+                 s.x[3 * a + 2]);
+  return t;
+}
+
+std::string word_after(const std::string& text, const std::string& label) {
+  const std::size_t at = text.find(label);
+  return at == std::string::npos ? "" : text.substr(at + label.size(), 12);
+}
+
+TEST(PrepareModels, CommandLineSummariesAndBadInput) {
+  testing::ScratchDir dir;
+  const std::string h115 = qc_file("hooh/hooh_115.hess"), h180 = qc_file("hooh/hooh_180.hess");
+  testing::write_file("nac.txt", "0 0 0.1\n0 0 -0.1\n0 0.1 0\n0 -0.1 0\n");
+  const std::string nac = " --nac nac.txt --nac-geometry final";
+  const auto in =
+      testing::run_exe("prepare " + h115 + " " + h180 + nac + " --coordinates internal");
+  ASSERT_EQ(in.status, 0) << in.err;
+  EXPECT_NE(in.out.find("reorganisation energy, state 1: 635.54791 cm-1"), std::string::npos);
+  EXPECT_NE(in.out.find("coordinates: internal written"), std::string::npos);
+  EXPECT_NE(in.out.find("state 1: 635.55 cm-1 internal, 9136.74 cm-1 cartesian"),
+            std::string::npos);
+  EXPECT_NE(in.err.find("reorganisation energies 1338 % apart"), std::string::npos) << in.err;
+
+  // The vertical gradient model from an ORCA gradient file equals the adiabatic model of the
+  // displaced-only pair; its ead is the vertical energy less the relaxation energy.
+  const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));
+  const std::string s0f = qc_file("coumarin/coumarin_s0.fchk");
+  const std::string s1f = qc_file("coumarin/coumarin_s1.fchk");
+  const PrepareResult r0 = prepare_pair(s0, s0, nullptr);
+  QcState shifted = s0, grad = s0;
+  grad.gradient.assign(r0.n3, 0.0);
+  for (int i = 0; i < r0.n3; ++i)
+    shifted.x[i] += 3.0 * r0.modes1.l(i + 1, 12) / std::sqrt(r0.mass[i / 3]);
+  for (int i = 1; i <= r0.n3; ++i)
+    for (int j = 1; j <= r0.n3; ++j)
+      grad.gradient[i - 1] += s0.hessian(i, j) * (s0.x[j - 1] - shifted.x[j - 1]);
+  const double lambda = 0.5 * std::pow(3.0 * r0.modes1.omega[11], 2);
+  testing::write_file("shifted.hess", testing::orca_hess(shifted, true, s0.energy + 0.1));
+  testing::write_file("grad.engrad", engrad(grad, s0.energy + 0.1 + lambda));
+  const auto ah = testing::run_exe("prepare " + s0f + " shifted.hess --nac " + s1f + " --out ah");
+  const auto vg =
+      testing::run_exe("prepare " + s0f + " grad.engrad --model vg --nac " + s1f + " --out vg");
+  ASSERT_EQ(vg.status, 0) << vg.err;
+  EXPECT_NE(vg.out.find("model: VG, vertical gradient"), std::string::npos);
+  const std::string label = "reorganisation energy, state 1: ";
+  EXPECT_NEAR(std::stod(word_after(vg.out, label)) / std::stod(word_after(ah.out, label)), 1.0,
+              1e-8);
+  EXPECT_EQ(word_after(vg.out, "ead: "), word_after(ah.out, "ead: "));
+
+  // Without --coordinates internal a geometry in pieces (in both files: a bond at either geometry
+  // counts) still gives the Cartesian files.
+  QcState apart = read_qc_state(h115);
+  apart.x[11] += 15.0;
+  testing::write_file("apart.hess", testing::orca_hess(apart, true, -150.9));
+  const auto pieces = testing::run_exe("prepare apart.hess apart.hess" + nac + " --out pieces");
+  EXPECT_EQ(pieces.status, 0);
+  EXPECT_NE(pieces.out.find("internal coordinates unavailable: expected one molecule"),
+            std::string::npos);
+
+  QcState other = hooh(115);
+  other.gradient.assign(12, 0.01);
+  testing::write_file("hooh.engrad", engrad(other, -1.0));
+  QcState elsewhere = grad;
+  elsewhere.x = read_qc_state(s1f).x;
+  testing::write_file("elsewhere.engrad", engrad(elsewhere, -1.0));
+  const std::string dvb = "/work/shared/qc-data/real/gaussian/cclib_g16_dvb_";
+  const std::pair<std::string, std::string> cases[] = {
+      {s0f + " hooh.engrad --model vg --nac " + s1f, "expected the same 17 atoms"},
+      {s0f + " elsewhere.engrad --model vg --nac " + s1f, "expected the gradient at the geometry"},
+      {s0f + " shifted.hess --model vg --nac " + s1f, "shifted.hess: expected the initial state's"},
+      {s0f + " " + s1f + " --model vg", "coumarin_s1.fchk: expected the gradient at the geometry"},
+      {h115 + " " + h180 + " --model vh" + nac,
+       "expected the initial state's gradient at the final geometry"},
+      {"apart.hess apart.hess --coordinates internal" + nac, "apart.hess: expected one molecule"},
+  };
+  for (const auto& [args, expected] : cases) {
+    const auto r = testing::run_exe("prepare --out bad " + args);
+    EXPECT_EQ(r.status, 2) << args;
+    EXPECT_NE(r.err.find(expected), std::string::npos) << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    EXPECT_FALSE(testing::exists("bad")) << args;
+  }
+  const auto usage =
+      testing::run_exe("prepare " + h115 + " " + h180 + " --model vg --coordinates internal");
+  EXPECT_EQ(usage.status, 2);
+  EXPECT_NE(usage.err.find("expected --coordinates cartesian with --model vh or vg"),
+            std::string::npos);
+}
+
 }  // namespace
 }  // namespace ictvcf
