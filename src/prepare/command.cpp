@@ -300,7 +300,7 @@ void prepare(const Options& o) {
                r.lambda2 * au2cm, r.lambda2_cart * au2cm);
   s += printed("total Huang-Rhys factor: %.4f (state-1 modes), %.4f (state-2 modes)\n", r.hr1,
                r.hr2);
-  s += model_summary(model, r, fin.file, ini.file);
+  s += model_summary(model, r);
   s += printed(
       "Duschinsky matrix, vibrational block: smallest singular value %.5f; largest change "
       "to\n  make it orthogonal %.2e; weight in translations and rotations up to %.2e (mode "

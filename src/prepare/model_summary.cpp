@@ -19,65 +19,72 @@ std::string change(PrimitiveKind kind, double v) {
   return printed("%.2f degrees", v * 180.0 / std::numbers::pi);
 }
 
-std::string carriers(const ModelReport& rep, bool values) {
+std::string carrier_names(const ModelReport& rep) {
   std::string s;
-  for (const auto& c : rep.carriers) {
-    if (!s.empty()) s += ", ";
-    s += c.label;
-    if (values)
-      s += " (" + cm(c.share) + " cm-1; " + change(c.kind, c.ds) + ", along the chord " +
-           change(c.kind, c.chord) + ")";
-  }
+  for (const auto& c : rep.carriers) s += (s.empty() ? "" : ", ") + c.label;
+  return s;
+}
+
+// "bonds 18, angles 28, dihedrals 40", the kinds present.
+std::string counts(const InternalSet& set) {
+  std::string s;
+  const std::pair<int, const char*> kinds[] = {{set.bonds, "bonds"},
+                                               {set.angles, "angles"},
+                                               {set.linear_bends, "linear bends"},
+                                               {set.dihedrals, "dihedrals"},
+                                               {set.out_of_plane, "out of plane"}};
+  for (const auto& [n, name] : kinds)
+    if (n > 0) s += printed("%s%d %s", s.empty() ? "" : ", ", n, name);
+  if (set.joins > 0) s += printed("; %d of the bonds join fragments", set.joins);
   return s;
 }
 
 }  // namespace
 
-std::string model_summary(const ModelReport& rep, const PrepareResult& r, const std::string& fin,
-                          const std::string& ini) {
+std::string model_summary(const ModelReport& rep, const PrepareResult& r) {
   std::string s;
   if (rep.model == Model::ah) {
-    s += printed("model: AH, adiabatic Hessian (%s and %s: each a Hessian at its own minimum)\n",
-                 fin.c_str(), ini.c_str());
-    const bool internal = rep.coordinates == Coordinates::internal;
+    s += "model: AH (adiabatic Hessian): each file a Hessian at its own minimum\n";
+    const char* written = rep.coordinates == Coordinates::internal ? "internal" : "cartesian";
     if (!rep.internal_ok) {
-      s +=
-          "coordinates: cartesian, written; internal coordinates unavailable: " + rep.internal_why +
-          "\n";
+      s += printed("coordinates: %s (written); internal coordinates unavailable: %s\n", written,
+                   rep.internal_why.c_str());
     } else {
-      const InternalSet& set = rep.set;
-      s += printed(
-          "coordinates: %s written; internal: %zu primitives (bonds %d, angles %d, linear "
-          "bends %d, dihedrals %d, out of plane %d; fragments joined by %d of the bonds)\n",
-          internal ? "internal" : "cartesian", set.prims.size(), set.bonds, set.angles,
-          set.linear_bends, set.dihedrals, set.out_of_plane, set.joins);
+      s +=
+          printed("coordinates: %s (written); internal also computed, from %zu primitives:\n  %s\n",
+                  written, rep.set.prims.size(), counts(rep.set).c_str());
       for (int k = 0; k < 2; ++k)
         s += printed("  reorganisation energy, state %d: %s cm-1 internal, %s cm-1 cartesian\n",
                      k + 1, cm(rep.lambda_int[k]).c_str(), cm(rep.lambda_cart[k]).c_str());
       s += printed(
-          "  total Huang-Rhys factor (state-1, state-2 modes): %.4f, %.4f internal; %.4f, %.4f "
-          "cartesian\n",
+          "  total Huang-Rhys factor: %.4f, %.4f internal; %.4f, %.4f cartesian (state-1, "
+          "state-2 modes)\n",
           rep.hr_int[0], rep.hr_int[1], rep.hr_cart[0], rep.hr_cart[1]);
-      s += "  the difference lies mostly in: " + carriers(rep, true) + "\n";
+      s += "  cartesian minus internal, state 1, by primitive:\n";
+      for (const auto& c : rep.carriers)
+        s += "    " + c.label + " " + cm(c.share) + " cm-1 (changes " + change(c.kind, c.ds) +
+             ", along the chord " + change(c.kind, c.chord) + ")\n";
     }
-  } else {
-    const bool vg = rep.model == Model::vg;
+  } else if (rep.model == Model::vg) {
     s += printed(
-        "model: %s (%s: Hessian%s; %s: %sgradient at the final geometry, rms %.4f bohr from "
-        "it, |g| %.3e hartree/bohr)%s\n",
-        vg ? "VG, vertical gradient" : "VH, vertical Hessian", fin.c_str(),
-        vg ? " and frequencies of both states" : " and modes of state 1", ini.c_str(),
-        vg ? "" : "Hessian, modes of state 2 and ", rep.geometry_rms, rep.gradient_norm,
-        vg ? "; S = 1" : "");
+        "model: VG (vertical gradient): FINAL's Hessian and frequencies for both states, S = 1;\n"
+        "  INITIAL's gradient at FINAL's geometry (rms %.4f bohr from it, |g| %.3e hartree/bohr)\n",
+        rep.geometry_rms, rep.gradient_norm);
+  } else {
+    s += printed(
+        "model: VH (vertical Hessian): FINAL's Hessian for state 1; INITIAL's Hessian (state 2)\n"
+        "  and gradient at FINAL's geometry (rms %.4f bohr from it, |g| %.3e hartree/bohr)\n",
+        rep.geometry_rms, rep.gradient_norm);
+  }
+  if (rep.model != Model::ah)
     s += printed(
         "  relaxation energy on the initial state %s cm-1 (D2 = g/w^2 along its modes); "
-        "coordinates: not used (one geometry)\n",
+        "coordinates:\n  not used (one geometry)\n",
         cm(r.lambda2).c_str());
-  }
   if (rep.drop_below > 0)
     s += printed(
-        "dropped: %d mode(s) of state 1 below %s cm-1 (displacement set to zero); they carried "
-        "%s cm-1 of the reorganisation energy of state 1; state 2: %s -> %s cm-1\n",
+        "dropped: %d mode(s) of state 1 below %s cm-1 (displacement set to zero), carrying %s "
+        "cm-1\n  of the reorganisation energy of state 1; state 2: %s -> %s cm-1\n",
         rep.dropped, cm(rep.drop_below).c_str(), cm(rep.dropped_lambda1).c_str(),
         cm(rep.lambda2_before).c_str(), cm(r.lambda2).c_str());
   return s;
@@ -91,7 +98,7 @@ std::vector<std::string> model_warnings(const ModelReport& rep) {
         "1: %s cm-1 cartesian, %s internal), mostly through: %s: the straight Cartesian chord "
         "between the minima cuts across a torsion or a large bend%s",
         100.0 * rep.difference, cm(rep.lambda_cart[0]).c_str(), cm(rep.lambda_int[0]).c_str(),
-        carriers(rep, false).c_str(),
+        carrier_names(rep).c_str(),
         rep.coordinates == Coordinates::internal ? " (the internal ones are written)"
                                                  : "; --coordinates internal measures it along "
                                                    "the curve"));

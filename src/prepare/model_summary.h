@@ -11,8 +11,7 @@
 namespace ictvcf {
 
 // Complete lines, each ending in a newline.
-std::string model_summary(const ModelReport& rep, const PrepareResult& r,
-                          const std::string& final_file, const std::string& initial_file);
+std::string model_summary(const ModelReport& rep, const PrepareResult& r);
 
 // One line each, without the prefix.
 std::vector<std::string> model_warnings(const ModelReport& rep);

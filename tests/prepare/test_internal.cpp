@@ -281,7 +281,7 @@ TEST(PrepareModels, CommandLineSummariesAndBadInput) {
       testing::run_exe("prepare " + h115 + " " + h180 + nac + " --coordinates internal");
   ASSERT_EQ(in.status, 0) << in.err;
   EXPECT_NE(in.out.find("reorganisation energy, state 1: 635.54791 cm-1"), std::string::npos);
-  EXPECT_NE(in.out.find("coordinates: internal written"), std::string::npos);
+  EXPECT_NE(in.out.find("coordinates: internal (written)"), std::string::npos);
   EXPECT_NE(in.out.find("state 1: 635.55 cm-1 internal, 9136.74 cm-1 cartesian"),
             std::string::npos);
   EXPECT_NE(in.err.find("reorganisation energies 1338 % apart"), std::string::npos) << in.err;
@@ -306,7 +306,7 @@ TEST(PrepareModels, CommandLineSummariesAndBadInput) {
   const auto vg =
       testing::run_exe("prepare " + s0f + " grad.engrad --model vg --nac " + s1f + " --out vg");
   ASSERT_EQ(vg.status, 0) << vg.err;
-  EXPECT_NE(vg.out.find("model: VG, vertical gradient"), std::string::npos);
+  EXPECT_NE(vg.out.find("model: VG (vertical gradient)"), std::string::npos);
   const std::string label = "reorganisation energy, state 1: ";
   EXPECT_NEAR(std::stod(word_after(vg.out, label)) / std::stod(word_after(ah.out, label)), 1.0,
               1e-8);
