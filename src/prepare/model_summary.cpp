@@ -80,7 +80,7 @@ std::string model_summary(const ModelReport& rep, const PrepareResult& r) {
     s += printed(
         "  relaxation energy on the initial state %s cm-1 (D2 = g/w^2 along its modes); "
         "coordinates:\n  not used (one geometry)\n",
-        cm(r.lambda2).c_str());
+        cm(-rep.ead_shift).c_str());
   if (rep.drop_below > 0)
     s += printed(
         "dropped: %d mode(s) of state 1 below %s cm-1 (displacement set to zero), carrying %s "
