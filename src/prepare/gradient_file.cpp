@@ -91,8 +91,13 @@ QcState read_gradient_state(const std::string& name, const QcState& fin) {
     if (s.natoms() == fin.natoms() && s.atomic_number == fin.atomic_number) s.mass = fin.mass;
   } else if (f.records.size() > 2 && f.records[2].rfind("Number of atoms", 0) == 0) {
     s = parse_fchk(f);
+  } else if (std::any_of(f.records.begin(), f.records.end(),
+                         [](const std::string& r) { return r.rfind("$hessian", 0) == 0; })) {
+    s = parse_orca_hess(f);  // no gradient: refused below
   } else {
-    s = read_qc_state(name);  // an ORCA Hessian file has no gradient: refused below
+    throw IoError(name, 0,
+                  "expected an ORCA gradient file (.engrad) or a Gaussian formatted checkpoint "
+                  "(.fchk) with the initial state's gradient");
   }
   if (std::all_of(s.gradient.begin(), s.gradient.end(), [](double g) { return g == 0.0; }))
     throw IoError(name, 0,

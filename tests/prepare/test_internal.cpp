@@ -334,6 +334,7 @@ TEST(PrepareModels, CommandLineSummariesAndBadInput) {
       {s0f + " elsewhere.engrad --model vg --nac " + s1f, "expected the gradient at the geometry"},
       {s0f + " shifted.hess --model vg --nac " + s1f, "shifted.hess: expected the initial state's"},
       {s0f + " " + s1f + " --model vg", "coumarin_s1.fchk: expected the gradient at the geometry"},
+      {s0f + " nac.txt --model vg", "nac.txt: expected an ORCA gradient file (.engrad)"},
       {h115 + " " + h180 + " --model vh" + nac,
        "expected the initial state's gradient at the final geometry"},
       {"apart.hess apart.hess --coordinates internal" + nac, "apart.hess: expected one molecule"},
