@@ -230,6 +230,30 @@ InternalSet find_internals(const std::vector<int>& z, const std::vector<double>&
     set.prims.push_back({PrimitiveKind::out_of_plane, a, b, c, d, {0, 0, 0}});
     ++set.out_of_plane;
   }
+  // Torsions about straight chains p-x-...-q (C-C#C-C): the dihedrals a-p-q-d between the atoms
+  // bonded to its two ends, which no dihedral above describes.
+  for (int p = 0; p < n; ++p)
+    for (int x : nbr[p]) {
+      int prev = p, cur = x, steps = 0;
+      for (bool more = true; more && steps <= n; ++steps) {
+        more = false;
+        for (int next : nbr[cur])
+          if (next != prev && straight(prev, cur, next)) {
+            prev = cur;
+            cur = next;
+            more = true;
+            break;
+          }
+      }
+      const int q = cur;
+      if (steps < 2 || q <= p) continue;  // no straight angle at x, or the chain seen from q
+      for (int a : nbr[p])
+        for (int d : nbr[q])
+          if (a != x && d != prev && a != d && !straight(a, p, x) && !straight(prev, q, d)) {
+            set.prims.push_back({PrimitiveKind::dihedral, a, p, q, d, {0, 0, 0}});
+            ++set.dihedrals;
+          }
+    }
   return set;
 }
 

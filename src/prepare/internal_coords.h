@@ -53,8 +53,9 @@ constexpr double kLinearDeg = 175.0;
 // The primitives of a molecule (atomic numbers z) at two geometries in one frame (3N, bohr):
 // atoms a, b bonded where |x_a - x_b| < 1.3 (r_a + r_b) at either geometry (covalent radii of
 // Cordero et al., Dalton Trans. 2008, 2832); pieces joined by the shortest distance between them;
-// every angle between two bonds of an atom, every dihedral about every bond, an out-of-plane
-// coordinate at every atom with three bonds. The linear bends' directions come from x1.
+// every angle between two bonds of an atom, every dihedral about every bond (and about every
+// straight chain, between the atoms bonded to its ends), an out-of-plane coordinate at every atom
+// with three bonds. The linear bends' directions come from x1.
 InternalSet find_internals(const std::vector<int>& z, const std::vector<double>& x1,
                            const std::vector<double>& x2);
 

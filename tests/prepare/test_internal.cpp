@@ -177,6 +177,51 @@ TEST(Internals, WilsonBIsTheDerivativeOfEveryKind) {
   check(h.atomic_number, h.x, hs);
 }
 
+// CH3-C#C-CH3 with its second methyl turned by `deg` about the axis, bohr.
+std::vector<double> butyne(double deg) {
+  std::vector<double> x = {-3.905, 0, 0, -1.145, 0, 0, 1.145, 0, 0, 3.905, 0, 0};
+  for (int end = 0; end < 2; ++end)
+    for (int k = 0; k < 3; ++k) {
+      const double phi = (120.0 * k + (end ? 60.0 + deg : 0.0)) * kDeg;
+      x.insert(x.end(), {end ? 4.59 : -4.59, 1.94 * std::cos(phi), 1.94 * std::sin(phi)});
+    }
+  return x;
+}
+
+TEST(Internals, TorsionAboutAStraightChainIsExact) {
+  // Each state the minimum of V = 1/2 sum_i k_i (s_i - s_i0)^2 over the primitives found, so that
+  // its Hessian is B^T K B there; the states differ by 40 degrees in the nine dihedrals H-C1-C4-H
+  // about the straight C1-C2-C3-C4, and lambda1 = 1/2 9 k_d (40 degrees)^2.
+  const std::vector<int> z = {6, 6, 6, 6, 1, 1, 1, 1, 1, 1};
+  QcState s[2];
+  const InternalSet set = find_internals(z, butyne(0), butyne(40));
+  EXPECT_EQ(set.linear_bends, 4);
+  ASSERT_EQ(set.dihedrals, 9);
+  for (int k = 0; k < 2; ++k) {
+    s[k].file = "butyne";
+    s[k].atomic_number = z;
+    s[k].mass = {12, 12, 12, 12, 1, 1, 1, 1, 1, 1};
+    s[k].x = butyne(40.0 * k);
+    const Matrix<double> b = wilson_b(set, s[k].x);
+    s[k].hessian = Matrix<double>(30, 30);
+    for (int p = 1; p <= b.rows; ++p) {
+      const PrimitiveKind kind = set.prims[p - 1].kind;
+      const double f = kind == PrimitiveKind::bond       ? 0.5
+                       : kind == PrimitiveKind::dihedral ? 0.002
+                                                         : 0.1;
+      for (int j = 1; j <= 30; ++j)
+        for (int i = 1; i <= 30; ++i) s[k].hessian(i, j) += f * b(p, i) * b(p, j);
+    }
+  }
+  ModelOptions o;
+  o.coordinates = Coordinates::internal;
+  ModelReport rep;
+  const PrepareResult r = prepare_model(s[0], s[1], nullptr, o, rep);
+  const double exact = 0.5 * 9 * 0.002 * std::pow(40 * kDeg, 2);
+  EXPECT_NEAR(r.lambda1 / exact, 1.0, 1e-8);
+  EXPECT_GT(rep.lambda_cart[0] / exact, 1.5);
+}
+
 TEST(Internals, RigidCoumarinGivesNearlyTheCartesianReorganisationEnergies) {
   const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));
   const QcState s1 = read_qc_state(qc_file("coumarin/coumarin_s1.fchk"));
