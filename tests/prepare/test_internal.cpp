@@ -143,6 +143,10 @@ TEST(HoohToy, RigidMotionsAndThePrimitivesOrderChangeNothing) {
   EXPECT_LT(max_diff(c.d1, ref.d1), 1e-10);
   EXPECT_LT(max_diff(c.d2, ref.d2), 1e-10);
   EXPECT_NEAR(c.lambda1, ref.lambda1, 1e-12 * ref.lambda1);
+  // The primitives' shares add up to the difference the summary explains.
+  double shares = 0.0;
+  for (double e : c.energy) shares += e;
+  EXPECT_NEAR(shares, cart.lambda1 - c.lambda1, 1e-10 * cart.lambda1);
 }
 
 TEST(Internals, WilsonBIsTheDerivativeOfEveryKind) {
