@@ -179,6 +179,16 @@ TEST(Internals, WilsonBIsTheDerivativeOfEveryKind) {
   };
   check(z, x, set);
   check(h.atomic_number, h.x, hs);
+  // An H atom 6 bohr from the rest is joined to its closest atom (bond, angles, dihedrals); at 15
+  // bohr it is not.
+  std::vector<double> far = h.x;
+  far[11] += 3.5;
+  const InternalSet joined = find_internals(h.atomic_number, far, far);
+  EXPECT_EQ(joined.joins, 1);
+  EXPECT_EQ(joined.bonds, 3);
+  check(h.atomic_number, far, joined);
+  far[11] += 11.5;
+  EXPECT_THROW(find_internals(h.atomic_number, far, far), InternalsUnavailable);
 }
 
 // CH3-C#C-CH3 with its second methyl turned by `deg` about the axis, bohr.
