@@ -86,9 +86,9 @@ Mat pseudo_inverse(const Mat& a, double& ratio) {
   ratio = 0.0;
   Mat p(n, m);
   if (m < n || n == 0) return p;
-  Mat work = a, u(m, m), vt(n, n);
+  Mat work = a, u(m, n), vt(n, n);
   std::vector<double> s(n);
-  if (lapack::gesvd(m, n, work.ptr(), s.data(), u.ptr(), vt.ptr()) != 0)
+  if (lapack::gesvd_thin(m, n, work.ptr(), s.data(), u.ptr(), vt.ptr()) != 0)
     throw InternalsUnavailable(
         "the singular value decomposition of the internal coordinates did not converge", 0);
   ratio = s[0] > 0 ? s[n - 1] / s[0] : 0.0;
@@ -102,23 +102,25 @@ Mat pseudo_inverse(const Mat& a, double& ratio) {
   return p;
 }
 
-// The generalised inverse of the mean kinetic metric (G1 + G2) / 2, G_i = A_i A_i^T, over its
-// largest eigenvalues, as many as there are vibrations (the rest, of the order of the square of
-// the geometry change, belong to neither state's range).
-Mat mean_metric_inverse(const Mat& a1, const Mat& a2) {
-  Mat g = mul(a1, false, a1, true);
-  const Mat g2 = mul(a2, false, a2, true);
-  for (std::size_t i = 0; i < g.data.size(); ++i) g.data[i] = 0.5 * (g.data[i] + g2.data[i]);
-  const int ns = g.rows, nv = a1.cols;
-  std::vector<double> mu(ns);
-  if (lapack::syev(ns, g.ptr(), mu.data()) != 0)
+// A_2^T Gm^+ A_1 with Gm = (A_1 A_1^T + A_2 A_2^T) / 2 taken over its largest eigenvalues, as many
+// as there are vibrations (the rest, of the order of the square of the geometry change, belong to
+// neither state's range). With C = [A_1 A_2] and C^T C = W L W^T, Gm = C C^T / 2 has the
+// eigenvectors C w_k / sqrt(l_k), and the product reduces to 2 sum_k w2_k w1_k^T over the largest
+// l_k (w1, w2 the halves of w): no matrix over the primitives is formed.
+Mat mean_metric_duschinsky(const Mat& a1, const Mat& a2) {
+  const int ns = a1.rows, nv = a1.cols;
+  Mat c(ns, 2 * nv);
+  std::copy(a1.data.begin(), a1.data.end(), c.data.begin());
+  std::copy(a2.data.begin(), a2.data.end(), c.data.begin() + a1.data.size());
+  Mat w = mul(c, true, c, false);
+  std::vector<double> l(2 * nv);
+  if (lapack::syev(2 * nv, w.ptr(), l.data()) != 0)
     throw InternalsUnavailable("the eigenvalues of the kinetic metric did not converge", 0);
-  Mat v(ns, nv);
-  for (int k = 1; k <= nv; ++k) {
-    const double scale = 1.0 / std::sqrt(mu[ns - nv + k - 1]);
-    for (int i = 1; i <= ns; ++i) v(i, k) = g(i, ns - nv + k) * scale;
-  }
-  return mul(v, false, v, true);
+  Mat s(nv, nv);
+  for (int k = nv + 1; k <= 2 * nv; ++k)
+    for (int j = 1; j <= nv; ++j)
+      for (int i = 1; i <= nv; ++i) s(i, j) += 2.0 * w(nv + i, k) * w(j, k);
+  return s;
 }
 
 // A = B(x) M^-1/2 L_vib: the state's vibrations as changes of the primitives.
@@ -383,7 +385,7 @@ Curvilinear curvilinear(const PrepareResult& r, const InternalSet& set) {
 
   c.ds = internal_difference(set, r.x1, r.x2);
   const std::vector<double> q1 = mul(p1, false, c.ds), q2 = mul(p2, false, c.ds);
-  c.s_raw = mul(a2, true, mul(mean_metric_inverse(a1, a2), false, a1, false), false);
+  c.s_raw = mean_metric_duschinsky(a1, a2);
   c.polar = nearest_orthogonal(c.s_raw);
   c.d1.assign(r.n3, 0.0);
   c.d2.assign(r.n3, 0.0);
