@@ -10,6 +10,9 @@
 #include <stdexcept>
 
 #include "prepare/atom_order.h"
+#include "prepare/gradient_file.h"
+#include "prepare/model_summary.h"
+#include "prepare/models.h"
 #include "prepare/modes.h"
 #include "prepare/qc_files.h"
 #include "prepare/run_files.h"
@@ -25,7 +28,9 @@ const char* const kPrepareUsage =
     "usage: ictvcf prepare FINAL INITIAL [--nac FILE] [--nac-geometry final|initial]\n"
     "                      [--nac-unit bohr|angstrom] [--ead VALUE eV|cm-1|au]\n"
     "                      [--temp K] [--fwhm VALUE cm-1|eV|au] [--out DIR] [--force]\n"
-    "                      [--keep-order] [--drop-ghosts]\n";
+    "                      [--keep-order] [--drop-ghosts]\n"
+    "                      [--coordinates cartesian|internal] [--model ah|vh|vg]\n"
+    "                      [--drop-below FREQ cm-1]\n";
 
 constexpr double kFwhmCm = 200.0;  // Gaussian broadening written for the rate, cm-1
 constexpr double kTemp = 300.0;
@@ -45,7 +50,10 @@ const char* const kHelp =
     "them as numbered). ead is the difference of the files' total energies unless --ead is\n"
     "given; --temp (default 300 K) and --fwhm (default 200 cm-1, Gaussian) set the input's\n"
     "temperature and broadening. Files already in DIR are replaced only with --force.\n"
-    "See README.md.\n";
+    "--coordinates measures the displacement between the minima along the straight Cartesian\n"
+    "chord (default) or along curvilinear internal coordinates; --model vg or vh takes INITIAL's\n"
+    "gradient at FINAL's geometry instead of INITIAL's own minimum; --drop-below removes the\n"
+    "displacement of state 1's modes below FREQ. See README.md.\n";
 
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -62,6 +70,7 @@ struct Options {
   double temp = kTemp;
   double fwhm = kFwhmCm / au2cm;  // hartree
   bool force = false, keep_order = false, drop_ghosts = false;
+  ModelOptions model;
 };
 
 double energy_unit(const std::string& word, const char* option) {
@@ -129,6 +138,27 @@ Options parse(const std::vector<std::string>& args) {
       const std::string& v = value("a temperature in K");
       o.temp = number_of(v, a);
       if (!(o.temp >= 0.0)) throw UsageError("expected a temperature of 0 K or more, found " + v);
+    } else if (a == "--coordinates") {
+      const std::string& c = value("cartesian or internal");
+      if (c != "cartesian" && c != "internal")
+        throw UsageError("expected cartesian or internal after --coordinates, found '" + c + "'");
+      o.model.coordinates = c == "internal" ? Coordinates::internal : Coordinates::cartesian;
+    } else if (a == "--model") {
+      const std::string& m = value("ah, vh or vg");
+      if (m != "ah" && m != "vh" && m != "vg")
+        throw UsageError("expected ah, vh or vg after --model, found '" + m + "'");
+      o.model.model = m == "ah" ? Model::ah : m == "vh" ? Model::vh : Model::vg;
+    } else if (a == "--drop-below") {
+      const std::string& v = value("a frequency and cm-1");
+      const std::string& unit = value("the unit cm-1");
+      char* end = nullptr;
+      const double x = std::strtod(v.c_str(), &end);
+      if (v.empty() || end != v.c_str() + v.size() || !(x > 0))
+        throw UsageError("expected a positive frequency after --drop-below, found '" + v + "'");
+      if (lower_ascii(unit) != "cm-1")
+        throw UsageError("expected the unit cm-1 after --drop-below " + v + ", found '" + unit +
+                         "'");
+      o.model.drop_below = x / au2cm;
     } else if (a == "--out") {
       o.out_dir = value("a directory");
     } else if (a == "--force") {
@@ -149,6 +179,10 @@ Options parse(const std::vector<std::string>& args) {
   if (o.nac_file.empty() && (seen.count("--nac-geometry") || seen.count("--nac-unit")))
     throw UsageError(std::string(seen.count("--nac-geometry") ? "--nac-geometry" : "--nac-unit") +
                      " describes the file of --nac, which is not given");
+  if (o.model.model != Model::ah && o.model.coordinates == Coordinates::internal)
+    throw UsageError(
+        "expected --coordinates cartesian with --model vh or vg (both states are "
+        "expanded about one geometry)");
   o.final_file = files[0];
   o.initial_file = files[1];
   return o;
@@ -289,7 +323,10 @@ void match_coupling(NacInput& nac, const QcState& fin, bool keep_order,
 
 void prepare(const Options& o) {
   const QcState fin = read_qc_state(o.final_file, o.drop_ghosts);
-  QcState ini = read_qc_state(o.initial_file, o.drop_ghosts);
+  // With the vertical gradient model INITIAL is a gradient at FINAL's geometry, checked there.
+  const bool vertical_gradient = o.model.model == Model::vg;
+  QcState ini = vertical_gradient ? read_gradient_state(o.initial_file, fin)
+                                  : read_qc_state(o.initial_file, o.drop_ghosts);
   std::vector<std::string> notes, early_warnings;
 
   // One molecule in both files; atoms of one element may be numbered differently.
@@ -307,7 +344,9 @@ void prepare(const Options& o) {
       throw IoError(
           ini.file, 0,
           "expected the same atoms as " + fin.file + ": the two files hold different elements");
-    const AtomMatch m = match_atoms(fin.mass, fin.atomic_number, fin.x, ini.atomic_number, ini.x);
+    const AtomMatch m = vertical_gradient ? AtomMatch{}
+                                          : match_atoms(fin.mass, fin.atomic_number, fin.x,
+                                                        ini.atomic_number, ini.x);
     if (m.renumbered()) {
       const std::string moved = describe_order(m.order, fin.atomic_number);
       if (o.keep_order) {
@@ -379,10 +418,17 @@ void prepare(const Options& o) {
                             (ini.energy - fin.energy) * au2ev));
   }
 
-  const PrepareResult r = prepare_pair(fin, ini, &nac);
+  ModelReport model;
+  const PrepareResult r = prepare_model(fin, ini, &nac, o.model, model);
+  if (o.model.model != Model::ah && !o.has_ead) {
+    ead += model.ead_shift;
+    ead_origin = "E(initial) - E(final) at the final geometry, less the relaxation energy " +
+                 cm(-model.ead_shift) + " cm-1";
+  }
   const QcState* st[2] = {&fin, &ini};
   std::vector<std::string> warned = early_warnings;
   for (const auto& w : warnings(r, st, nac, ead)) warned.push_back(w);
+  for (const auto& w : model_warnings(model)) warned.push_back(w);
 
   InputSettings in;
   in.src = {fin.file, ini.file, nac.file};
@@ -454,6 +500,7 @@ void prepare(const Options& o) {
                r.lambda2 * au2cm, r.lambda2_cart * au2cm);
   s += printed("total Huang-Rhys factor: %.4f (state-1 modes), %.4f (state-2 modes)\n", r.hr1,
                r.hr2);
+  s += model_summary(model, r);
   s += printed(
       "Duschinsky matrix, vibrational block: smallest singular value %.5f; largest change "
       "to\n  make it orthogonal %.2e; weight in translations and rotations up to %.2e in %s\n",

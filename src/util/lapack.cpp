@@ -158,6 +158,18 @@ int gesvd(int m, int n, double* a, double* s, double* u, double* vt) {
   return checked(info, "dgesvd");
 }
 
+int gesvd_thin(int m, int n, double* a, double* s, double* u, double* vt) {
+  if (m == 0 || n == 0) return 0;
+  int info = 0, query = -1;
+  double size = 0.0;
+  dgesvd_("S", "A", &m, &n, a, &m, s, u, &m, vt, &n, &size, &query, &info);
+  checked(info, "dgesvd");
+  int lwork = work_size(size);
+  std::vector<double> work(static_cast<std::size_t>(lwork));
+  dgesvd_("S", "A", &m, &n, a, &m, s, u, &m, vt, &n, work.data(), &lwork, &info);
+  return checked(info, "dgesvd");
+}
+
 SingleThreadedBlas::SingleThreadedBlas() {
   if (openblas_get_num_threads && openblas_set_num_threads) {
     previous_ = openblas_get_num_threads();

@@ -48,6 +48,8 @@ int syev(int n, double* a, double* w);
 // Singular value decomposition a = U diag(s) V^T of an m x n matrix (a is overwritten); u is
 // m x m, vt is n x n, s holds min(m, n) values in descending order.
 int gesvd(int m, int n, double* a, double* s, double* u, double* vt);
+// The same with only the first min(m, n) columns of U (u is m x min(m, n)).
+int gesvd_thin(int m, int n, double* a, double* s, double* u, double* vt);
 
 // While it lives, BLAS runs single-threaded inside the calling thread (the program parallelises
 // over time points instead). With OpenBLAS the thread count is set and restored; with another
