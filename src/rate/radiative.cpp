@@ -1,0 +1,190 @@
+#include "rate/radiative.h"
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <limits>
+#include <numbers>
+#include <tuple>
+#include <utility>
+
+#include "rate/contour.h"
+#include "util/constants.h"
+#include "util/errors.h"
+#include "util/strings.h"
+
+namespace ictvcf {
+
+namespace {
+
+using cplx = std::complex<double>;
+
+constexpr double kLn2 = 0.6931471805599453;
+constexpr double kInf = std::numeric_limits<double>::infinity();
+constexpr int kPoints = 4;  // tau = +-h .. +-4h
+
+// ln C_O(i tau) from the integrand there (real and positive inside the strip of convergence).
+double ln_c_imaginary(const PointValue& p) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  if (!p.in_strip || !(p.det.real() > 0.0) || !(p.pairs.real() > 0.0)) return nan;
+  const double l =
+      0.5 * (std::log(p.det.real()) + p.exp2 * kLn2) + p.iphase.real() + std::log(p.pairs.real());
+  return std::isfinite(l) ? l : nan;
+}
+
+// The value at y = 0 of the polynomial through (y[i], f[i]) (Neville's scheme).
+double at_zero(const double* y, std::vector<double> f) {
+  const std::size_t n = f.size();
+  for (std::size_t m = 1; m < n; ++m)
+    for (std::size_t i = 0; i + m < n; ++i)
+      f[i] = (y[i + m] * f[i] - y[i] * f[i + 1]) / (y[i + m] - y[i]);
+  return f[0];
+}
+
+}  // namespace
+
+SpectralMoments spectral_moments(EngineContext& ctx) {
+  const EngineInputs& in = ctx.in;
+  SpectralMoments m;
+  m.c0 = correlation_at_zero(ctx);
+  if (!(m.c0 > 0.0) || !std::isfinite(m.c0))
+    throw FatalError(printed("ictvcf rate: the operator's thermal average C(0) = %.6g is not "
+                             "positive: there is nothing to emit",
+                             m.c0),
+                     2);
+  double wmax = 0.0;
+  for (int j = 0; j < in.nmode; ++j) wmax = std::max({wmax, in.omegag[j], in.omegae[j]});
+  if (!(wmax > 0.0)) throw FatalError("ictvcf rate: no vibrational frequency above zero", 2);
+  const double ln_c0 = std::log(m.c0);
+  double h = 0.02 / wmax;
+  std::vector<cplx> times(2 * kPoints);
+  std::vector<PointValue> values(2 * kPoints);
+  for (int tries = 0;; ++tries) {
+    for (int k = 1; k <= kPoints; ++k) {
+      times[2 * (k - 1)] = cplx(0.0, k * h);
+      times[2 * (k - 1) + 1] = cplx(0.0, -k * h);
+    }
+    evaluate(ctx, times, values);
+    m.evaluations += 2 * kPoints;
+    bool finite = true;
+    for (const PointValue& v : values) finite = finite && !std::isnan(ln_c_imaginary(v));
+    if (finite) break;
+    if (tries == 8)
+      throw FatalError(printed("ictvcf rate: C(i tau) is not finite and positive within tau = "
+                               "+-%.3g au of 0: no moments of the spectrum",
+                               4 * h),
+                       2);
+    h *= 0.25;
+  }
+  const double y[kPoints] = {1.0, 4.0, 9.0, 16.0};
+  std::vector<double> odd(kPoints), even(kPoints);
+  for (int k = 1; k <= kPoints; ++k) {
+    const double up = ln_c_imaginary(values[2 * (k - 1)]) - ln_c0;
+    const double down = ln_c_imaginary(values[2 * (k - 1) + 1]) - ln_c0;
+    const double x = k * h;
+    odd[k - 1] = 0.5 * (up - down) / x;         // L'(0) + L'''(0) x^2/6 + ...
+    even[k - 1] = 0.5 * (up + down) / (x * x);  // L''(0)/2 + ...
+  }
+  m.l1 = at_zero(y, odd);
+  m.l2 = 2.0 * at_zero(y, even);
+  std::vector<double> third(kPoints);
+  for (int k = 1; k <= kPoints; ++k) third[k - 1] = (odd[k - 1] - m.l1) / (k * k * h * h);
+  m.l3 = 6.0 * at_zero(y, third);
+  m.step = h;
+  return m;
+}
+
+double third_moment(const SpectralMoments& m, double gap, double sigma) {
+  const double k1 = gap - m.l1, k2 = m.l2 + sigma * sigma, k3 = -m.l3;
+  return k1 * k1 * k1 + 3.0 * k1 * k2 + k3;
+}
+
+double emission_prefactor(double refractive_index) {
+  const double c = speed_of_light_au;
+  return 4.0 * refractive_index * refractive_index / (3.0 * c * c * c);
+}
+
+double radiative_rate(const SpectralMoments& m, double gap, double sigma, double refractive_index) {
+  return emission_prefactor(refractive_index) * m.c0 * third_moment(m, gap, sigma);
+}
+
+Emission emission_spectrum(EngineContext& ctx, const SpectralMoments& m, double gap, double sigma,
+                           double refractive_index, double tol) {
+  Emission out;
+  const double step = 0.5 * sigma;
+  const double mean = gap - m.l1, spread = std::sqrt(m.l2 + sigma * sigma);
+  const double pref = emission_prefactor(refractive_index) / (2.0 * std::numbers::pi);
+  // The grid is w = mean + i step; it grows outwards by four standard deviations at a time
+  // while an end is above 1e-6 of the peak (and the photon energy stays positive).
+  const std::int64_t chunk = std::max<std::int64_t>(1, std::llround(4.0 * spread / step));
+  std::int64_t lo = 0, hi = -1;
+  std::vector<double> values, errors;  // sigma_em at lo .. hi, and its estimated error
+  auto compute = [&](std::int64_t from, std::int64_t to) {
+    std::vector<double> gaps;
+    for (std::int64_t i = from; i <= to; ++i) gaps.push_back(m.l1 - static_cast<double>(i) * step);
+    // Contours are anchored at the first gap: the one nearest the band's middle.
+    std::rotate(gaps.begin(), gaps.begin() + static_cast<std::ptrdiff_t>(gaps.size() / 2),
+                gaps.end());
+    const ContourResult r = contour_rates(ctx, ContourSettings{sigma, tol}, gaps);
+    out.evaluations += r.evaluations;
+    // The accuracy is judged against the peak below, not point by point: between narrow lines
+    // far out in the band the spectrum cancels to well below the accuracy asked for.
+    for (const std::string& w : r.warnings)
+      if (w.rfind("the tolerance", 0) != 0 && w.rfind("the rate at", 0) != 0)
+        out.warnings.push_back(w);
+    std::vector<double> s(gaps.size()), err(gaps.size());
+    for (std::size_t k = 0; k < gaps.size(); ++k) {
+      const std::size_t i = (k + gaps.size() / 2) % gaps.size();
+      const double w = gap - gaps[k];
+      s[i] = pref * w * w * w * r.rates[k].rate;
+      err[i] = std::fabs(s[i]) * r.rates[k].error;
+    }
+    return std::pair{s, err};
+  };
+  const std::int64_t bottom = -static_cast<std::int64_t>(std::floor(mean / step)) + 1;  // w > 0
+  lo = std::max(bottom, -2 * chunk);
+  hi = 2 * chunk;
+  std::tie(values, errors) = compute(lo, hi);
+  for (int round = 0; round < 64; ++round) {
+    double peak = 0.0;
+    for (double v : values) peak = std::max(peak, v);
+    const bool grow_lo = lo > bottom && !(values.front() < 1e-6 * peak);
+    const bool grow_hi = !(values.back() < 1e-6 * peak);
+    if (!grow_lo && !grow_hi) break;
+    if (grow_lo) {
+      const std::int64_t to = lo - 1, from = std::max(bottom, lo - chunk);
+      const auto [more, err] = compute(from, to);
+      values.insert(values.begin(), more.begin(), more.end());
+      errors.insert(errors.begin(), err.begin(), err.end());
+      lo = from;
+    }
+    if (grow_hi) {
+      const auto [more, err] = compute(hi + 1, hi + chunk);
+      values.insert(values.end(), more.begin(), more.end());
+      errors.insert(errors.end(), err.begin(), err.end());
+      hi += chunk;
+    }
+  }
+  // The band above 1e-6 of the peak, with one point beyond it on either side.
+  double peak = 0.0;
+  for (double v : values) peak = std::max(peak, v);
+  std::size_t first = 0, last = values.size() - 1;
+  while (first + 1 < values.size() && values[first + 1] < 1e-6 * peak) ++first;
+  while (last > first && values[last - 1] < 1e-6 * peak) --last;
+  double worst = 0.0;
+  for (std::size_t i = first; i <= last; ++i) {
+    out.omega.push_back(mean + static_cast<double>(lo + static_cast<std::int64_t>(i)) * step);
+    out.sigma.push_back(values[i]);
+    worst = std::max(worst, std::isnan(errors[i]) ? kInf : errors[i]);
+  }
+  if (!(worst <= tol * peak))
+    out.warnings.push_back(
+        printed("the emission spectrum's estimated error reaches %.3g of its "
+                "peak, above the tolerance %.3g",
+                worst / peak, tol));
+  for (std::size_t i = 0; i < out.sigma.size(); ++i)
+    out.integral += (i == 0 || i + 1 == out.sigma.size() ? 0.5 : 1.0) * step * out.sigma[i];
+  return out;
+}
+
+}  // namespace ictvcf
