@@ -114,7 +114,8 @@ Emission emission_spectrum(EngineContext& ctx, const SpectralMoments& m, double 
   const double step = 0.5 * sigma;
   const double mean = gap - m.l1, spread = std::sqrt(m.l2 + sigma * sigma);
   const double pref = emission_prefactor(refractive_index) / (2.0 * std::numbers::pi);
-  // The grid is w = mean + i step; it grows outwards by four standard deviations at a time
+  // The grid is w = mean + i step, first over mean - 10 .. mean + 6 standard deviations (a
+  // progression's long tail lies below the mean); it grows by four standard deviations at a time
   // while an end is above 1e-6 of the peak (and the photon energy stays positive).
   const std::int64_t chunk = std::max<std::int64_t>(1, std::llround(4.0 * spread / step));
   std::int64_t lo = 0, hi = -1;
@@ -142,8 +143,8 @@ Emission emission_spectrum(EngineContext& ctx, const SpectralMoments& m, double 
     return std::pair{s, err};
   };
   const std::int64_t bottom = -static_cast<std::int64_t>(std::floor(mean / step)) + 1;  // w > 0
-  lo = std::max(bottom, -2 * chunk);
-  hi = 2 * chunk;
+  lo = std::max(bottom, -5 * chunk / 2);
+  hi = 3 * chunk / 2;
   std::tie(values, errors) = compute(lo, hi);
   for (int round = 0; round < 64; ++round) {
     double peak = 0.0;

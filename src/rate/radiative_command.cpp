@@ -104,7 +104,9 @@ RadiativeParts radiative_parts(const EngineInputs& in, const Dipole& dip, double
   } else {
     (dip.constant ? r.fc : r.ht) = r.total;
   }
+  // What is left within the accuracy of the three rates (about 1e-9 of each) is rounding.
   r.interference = r.total - r.fc - r.ht;
+  if (std::fabs(r.interference) <= 1e-9 * (std::fabs(r.fc) + std::fabs(r.ht))) r.interference = 0.0;
   return r;
 }
 
@@ -170,10 +172,13 @@ void intensity_modes(const EngineInputs& in, const Dipole& dip, const Molecule& 
     Row r{m.v.order(k + 1, 1), in.omegag[k], 0.0, 0.0};
     r.alone = rate_of(with_dipole(in, one, Part::herzberg_teller), m.p.ead, m.d.width,
                       o.refractive_index, evaluations);
-    if (dip.constant)
+    if (dip.constant) {
       r.interference = rate_of(with_dipole(in, one, Part::whole), m.p.ead, m.d.width,
                                o.refractive_index, evaluations) -
                        fc - r.alone;
+      if (std::fabs(r.interference) <= 1e-9 * (std::fabs(fc) + std::fabs(r.alone)))
+        r.interference = 0.0;
+    }
     rows.push_back(r);
   }
   std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {

@@ -158,16 +158,16 @@ TEST(DipoleFile, ReadsUnitsAndModesAndNamesTheBadLine) {
   EXPECT_DOUBLE_EQ(f.derivatives[1][1], 0.2 / 2.541580252938);
 
   const std::pair<std::vector<std::string>, std::string> bad[] = {
-      {{"# nothing"}, "line 1: the transition dipole"},
-      {{"7 0.1 0 0"}, "line 1: the transition dipole first"},
-      {{"0 1 0"}, "line 1: the transition dipole '0"},
-      {{"0 1 0 0 hartree"}, "line 1: the unit 'au' or 'debye'"},
-      {{"0 1 0 0", "x 1 2 3"}, "line 2: an integer and three finite numbers"},
-      {{"0 1 0 0", "7 1 nan 3"}, "line 2: an integer and three finite numbers"},
+      {{"# nothing"}, "line 1: expected the transition dipole"},
+      {{"7 0.1 0 0"}, "line 1: expected the transition dipole first"},
+      {{"0 1 0"}, "line 1: expected the transition dipole '0"},
+      {{"0 1 0 0 hartree"}, "line 1: expected the unit 'au' or 'debye'"},
+      {{"0 1 0 0", "x 1 2 3"}, "line 2: expected an integer and three finite numbers"},
+      {{"0 1 0 0", "7 1 nan 3"}, "line 2: expected an integer and three finite numbers"},
       {{"0 1 0 0", "7 1 2 3", "#", "7 0 0 1"},
-       "line 4: each mode once; mode 7 is listed on line 2"},
-      {{"0 1 0 0", "7 1 2 3 4"}, "line 2: a mode number and three numbers"},
-      {{"0 1 0 0", "-3 1 2 3"}, "line 2: a mode number of 1 or more"},
+       "line 4: expected each mode once; mode 7 is listed on line 2"},
+      {{"0 1 0 0", "7 1 2 3 4"}, "line 2: expected a mode number and three numbers"},
+      {{"0 1 0 0", "-3 1 2 3"}, "line 2: expected a mode number of 1 or more"},
   };
   for (const auto& [records, expected] : bad) {
     TextFile t = text_file_from("dipole.dat", records);
