@@ -103,7 +103,8 @@ TEST(Radiative, DuschinskyCumulantsAreClosedTraces) {
   }
   const double gap = 3.0 / kEv, sigma = 150 / kCm, c3 = std::pow(speed_of_light_au, 3);
   for (double temp : {0.0, 300.0, 1200.0}) {
-    const EngineInputs in = system(w1, w2, d, s, temp);
+    EngineInputs in = system(w1, w2, d, s, temp);
+    in.op.kind = OperatorKind::franck_condon;  // the unit operator: C(0) = 1
     const double beta = 315774.98 / in.temp;
     Matrix<double> m(3, 3);
     std::vector<double> b(3, 0.0), sig(3);
