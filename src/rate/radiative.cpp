@@ -114,9 +114,15 @@ Emission emission_spectrum(EngineContext& ctx, const SpectralMoments& m, double 
   const double step = 0.5 * sigma;
   const double mean = gap - m.l1, spread = std::sqrt(m.l2 + sigma * sigma);
   const double pref = emission_prefactor(refractive_index) / (2.0 * std::numbers::pi);
-  // The grid is w = mean + i step, first over mean - 10 .. mean + 6 standard deviations (a
+  // The grid is w = mean + i step, first over mean - 7 .. mean + 4 standard deviations (a
   // progression's long tail lies below the mean); it grows by four standard deviations at a time
-  // while an end is above 1e-6 of the peak (and the photon energy stays positive).
+  // while the spectrum within one vibrational quantum (the highest) plus 3 sigma of an end is
+  // above 1e-6 of the peak (and the photon energy stays positive): between lines far narrower
+  // than their spacing the spectrum dips far below its neighbours.
+  double wmax = 0.0;
+  for (int j = 0; j < ctx.in.nmode; ++j)
+    wmax = std::max({wmax, ctx.in.omegag[j], ctx.in.omegae[j]});
+  const std::size_t edge = static_cast<std::size_t>(std::ceil((wmax + 3.0 * sigma) / step));
   const std::int64_t chunk = std::max<std::int64_t>(1, std::llround(4.0 * spread / step));
   std::int64_t lo = 0, hi = -1;
   std::vector<double> values, errors;  // sigma_em at lo .. hi, and its estimated error
@@ -143,14 +149,19 @@ Emission emission_spectrum(EngineContext& ctx, const SpectralMoments& m, double 
     return std::pair{s, err};
   };
   const std::int64_t bottom = -static_cast<std::int64_t>(std::floor(mean / step)) + 1;  // w > 0
-  lo = std::max(bottom, -5 * chunk / 2);
-  hi = 3 * chunk / 2;
+  lo = std::max(bottom, -7 * chunk / 4);
+  hi = chunk;
   std::tie(values, errors) = compute(lo, hi);
   for (int round = 0; round < 64; ++round) {
     double peak = 0.0;
     for (double v : values) peak = std::max(peak, v);
-    const bool grow_lo = lo > bottom && !(values.front() < 1e-6 * peak);
-    const bool grow_hi = !(values.back() < 1e-6 * peak);
+    double front = 0.0, back = 0.0;
+    for (std::size_t i = 0; i < std::min(edge, values.size()); ++i) {
+      front = std::max(front, values[i]);
+      back = std::max(back, values[values.size() - 1 - i]);
+    }
+    const bool grow_lo = lo > bottom && front >= 1e-6 * peak;
+    const bool grow_hi = back >= 1e-6 * peak;
     if (!grow_lo && !grow_hi) break;
     if (grow_lo) {
       const std::int64_t to = lo - 1, from = std::max(bottom, lo - chunk);
