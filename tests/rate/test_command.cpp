@@ -220,7 +220,15 @@ TEST(RateCommand, RadiativeAndYield) {
     EXPECT_EQ(lines(e.err), 1) << e.err;
     EXPECT_EQ(e.out, "");
   }
+  // A Lorentzian line has no w^3 moment.
+  std::string text = read_file("ic.inp");
+  text.replace(text.find("degauss"), 7, "broadentype = lorentzian\n  degauss");
+  write_file("lorentz.inp", text);
+  const Result l = rate("--radiative lorentz.inp");
+  EXPECT_EQ(l.status, 2);
+  EXPECT_NE(l.err.find("k_r needs a Gaussian line"), std::string::npos) << l.err;
   std::set<std::string> after = listing();
+  after.erase("lorentz.inp");
   after.erase("zero.dat"), after.erase("row.dat");
   EXPECT_EQ(after, before);
 }
