@@ -39,7 +39,7 @@ bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v);
 void write_text(const std::string& name, const std::string& text, const char* what);
 std::string damping_line(const Damping& d);
 
-// --radiative and --yield (radiative_command.cpp); `warnings` collects the standard-error lines.
+// --radiative and --yield (radiative_command.cpp).
 void radiative_command(const RateOptions& o);
 void yield_command(const RateOptions& o);
 

@@ -33,10 +33,12 @@ struct SpectralMoments {
   int evaluations = 0;  // engine evaluations
 };
 
-// From ln C_O(i tau) at tau = +-h, +-2h, +-3h, +-4h (h = 0.02/w_max, halved while a point is
+// From ln C_O(i tau) at tau = +-h, +-2h, +-3h, +-4h (h = 0.02/w_max, quartered while a point is
 // outside the strip of convergence), the odd and even parts extrapolated to tau = 0 in tau^2
-// (Neville): the derivatives to about 1e-12 relative. Throws FatalError (status 2) when C_O(0)
-// is not positive or the values are not finite.
+// (Neville). Measured against closed cumulants (three rotated modes, 0 to 1200 K): the first
+// derivative within 1e-10, the second within 1e-9, the third within 1e-6 relative, k_r within
+// 1e-9 (the third enters it weighted by about 1e-4). Throws FatalError (status 2) when C_O(0) is
+// not positive or the values are not finite.
 SpectralMoments spectral_moments(EngineContext& ctx);
 
 // The photon energy's third moment <w^3> (hartree^3) of the spectrum broadened by a Gaussian of

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
-#include <limits>
-#include <numeric>
 #include <string>
 #include <vector>
 
