@@ -5,10 +5,8 @@
 #include <complex>
 #include <limits>
 #include <numbers>
-#include <tuple>
-#include <utility>
 
-#include "rate/contour.h"
+#include "rate/integral.h"
 #include "util/constants.h"
 #include "util/errors.h"
 #include "util/strings.h"
@@ -20,7 +18,6 @@ namespace {
 using cplx = std::complex<double>;
 
 constexpr double kLn2 = 0.6931471805599453;
-constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr int kPoints = 4;  // tau = +-h .. +-4h
 
 // ln C_O(i tau) from the integrand there (real and positive inside the strip of convergence).
@@ -109,91 +106,77 @@ double radiative_rate(const SpectralMoments& m, double gap, double sigma, double
 }
 
 Emission emission_spectrum(EngineContext& ctx, const SpectralMoments& m, double gap, double sigma,
-                           double refractive_index, double tol) {
+                           double refractive_index) {
   Emission out;
   const double step = 0.5 * sigma;
   const double mean = gap - m.l1, spread = std::sqrt(m.l2 + sigma * sigma);
   const double pref = emission_prefactor(refractive_index) / (2.0 * std::numbers::pi);
-  // The grid is w = mean + i step, first over mean - 7 .. mean + 4 standard deviations (a
-  // progression's long tail lies below the mean); it grows by four standard deviations at a time
-  // while the spectrum within one vibrational quantum (the highest) plus 3 sigma of an end is
-  // above 1e-6 of the peak (and the photon energy stays positive): between lines far narrower
-  // than their spacing the spectrum dips far below its neighbours.
+  const Damping damping{DampingShape::gaussian, sigma, false};
   double wmax = 0.0;
   for (int j = 0; j < ctx.in.nmode; ++j)
     wmax = std::max({wmax, ctx.in.omegag[j], ctx.in.omegae[j]});
   const std::size_t edge = static_cast<std::size_t>(std::ceil((wmax + 3.0 * sigma) / step));
-  const std::int64_t chunk = std::max<std::int64_t>(1, std::llround(4.0 * spread / step));
-  std::int64_t lo = 0, hi = -1;
-  std::vector<double> values, errors;  // sigma_em at lo .. hi, and its estimated error
-  auto compute = [&](std::int64_t from, std::int64_t to) {
+  // The window: mean - 10 .. mean + 6 standard deviations at first (a progression's long tail
+  // lies below the mean), widened by half while the spectrum within one vibrational quantum (the
+  // highest) plus 3 sigma of an end is above 1e-6 of the peak: between lines far narrower than
+  // their spacing it dips far below its neighbours.
+  double below = 10.0, above = 6.0;
+  std::vector<double> omega, values;
+  for (int round = 0;; ++round) {
+    // The window may reach below w = 0: K there still aliases onto the rest.
+    const std::int64_t lo = -static_cast<std::int64_t>(std::ceil(below * spread / step));
+    const std::int64_t hi = static_cast<std::int64_t>(std::ceil(above * spread / step));
+    // Samples of C every dt alias K(E) onto K(E + 2 pi/dt): the period exceeds the window by
+    // 12 sigma, so the copies of the band land 6 sigma beyond either end of it at least. The
+    // damping is 1e-10 at the last sample.
+    const double width = static_cast<double>(hi - lo) * step + 12.0 * sigma;
+    const double dt = 2.0 * std::numbers::pi / width;
+    const std::int64_t nt =
+        static_cast<std::int64_t>(std::ceil(std::sqrt(2.0 * std::log(1e10)) / sigma / dt));
+    const std::vector<std::complex<double>> c = exact_correlation(ctx, dt, nt, out.warnings);
+    out.evaluations += nt + 1;
+    out.dt = dt;
+    out.nt = nt;
+    omega.clear();
     std::vector<double> gaps;
-    for (std::int64_t i = from; i <= to; ++i) gaps.push_back(m.l1 - static_cast<double>(i) * step);
-    // Contours are anchored at the first gap: the one nearest the band's middle.
-    std::rotate(gaps.begin(), gaps.begin() + static_cast<std::ptrdiff_t>(gaps.size() / 2),
-                gaps.end());
-    const ContourResult r = contour_rates(ctx, ContourSettings{sigma, tol}, gaps);
-    out.evaluations += r.evaluations;
-    // The accuracy is judged against the peak below, not point by point: between narrow lines
-    // far out in the band the spectrum cancels to well below the accuracy asked for.
-    for (const std::string& w : r.warnings)
-      if (w.rfind("the tolerance", 0) != 0 && w.rfind("the rate at", 0) != 0)
-        out.warnings.push_back(w);
-    std::vector<double> s(gaps.size()), err(gaps.size());
-    for (std::size_t k = 0; k < gaps.size(); ++k) {
-      const std::size_t i = (k + gaps.size() / 2) % gaps.size();
-      const double w = gap - gaps[k];
-      s[i] = pref * w * w * w * r.rates[k].rate;
-      err[i] = std::fabs(s[i]) * r.rates[k].error;
+    for (std::int64_t i = lo; i <= hi; ++i) {
+      omega.push_back(mean + static_cast<double>(i) * step);
+      gaps.push_back(gap - omega.back());
     }
-    return std::pair{s, err};
-  };
-  const std::int64_t bottom = -static_cast<std::int64_t>(std::floor(mean / step)) + 1;  // w > 0
-  lo = std::max(bottom, -7 * chunk / 4);
-  hi = chunk;
-  std::tie(values, errors) = compute(lo, hi);
-  for (int round = 0; round < 64; ++round) {
+    const std::vector<double> k = rate_scan(c, dt, damping, gaps);
+    values.resize(k.size());
     double peak = 0.0;
-    for (double v : values) peak = std::max(peak, v);
+    for (std::size_t i = 0; i < k.size(); ++i) {
+      values[i] = pref * omega[i] * omega[i] * omega[i] * k[i];
+      peak = std::max(peak, values[i]);
+    }
     double front = 0.0, back = 0.0;
     for (std::size_t i = 0; i < std::min(edge, values.size()); ++i) {
-      front = std::max(front, values[i]);
-      back = std::max(back, values[values.size() - 1 - i]);
+      front = std::max(front, std::fabs(values[i]));
+      back = std::max(back, std::fabs(values[values.size() - 1 - i]));
     }
-    const bool grow_lo = lo > bottom && front >= 1e-6 * peak;
+    const bool grow_lo = front >= 1e-6 * peak;
     const bool grow_hi = back >= 1e-6 * peak;
-    if (!grow_lo && !grow_hi) break;
-    if (grow_lo) {
-      const std::int64_t to = lo - 1, from = std::max(bottom, lo - chunk);
-      const auto [more, err] = compute(from, to);
-      values.insert(values.begin(), more.begin(), more.end());
-      errors.insert(errors.begin(), err.begin(), err.end());
-      lo = from;
+    if ((!grow_lo && !grow_hi) || round == 6) {
+      if (grow_lo || grow_hi)
+        out.warnings.push_back(printed(
+            "the emission spectrum is still above 1e-6 of its peak at %.6g cm-1, the end of the "
+            "window",
+            (grow_lo ? omega.front() : omega.back()) * au2cm));
+      break;
     }
-    if (grow_hi) {
-      const auto [more, err] = compute(hi + 1, hi + chunk);
-      values.insert(values.end(), more.begin(), more.end());
-      errors.insert(errors.end(), err.begin(), err.end());
-      hi += chunk;
-    }
+    if (grow_lo) below *= 1.5;
+    if (grow_hi) above *= 1.5;
   }
-  // The band above 1e-6 of the peak, with one point beyond it on either side.
+  // The band above 1e-6 of the peak, with one point beyond it on either side, at w > 0.
   double peak = 0.0;
   for (double v : values) peak = std::max(peak, v);
   std::size_t first = 0, last = values.size() - 1;
+  while (first < last && !(omega[first] > 0.0)) ++first;
   while (first + 1 < values.size() && values[first + 1] < 1e-6 * peak) ++first;
   while (last > first && values[last - 1] < 1e-6 * peak) --last;
-  double worst = 0.0;
-  for (std::size_t i = first; i <= last; ++i) {
-    out.omega.push_back(mean + static_cast<double>(lo + static_cast<std::int64_t>(i)) * step);
-    out.sigma.push_back(values[i]);
-    worst = std::max(worst, std::isnan(errors[i]) ? kInf : errors[i]);
-  }
-  if (!(worst <= tol * peak))
-    out.warnings.push_back(
-        printed("the emission spectrum's estimated error reaches %.3g of its "
-                "peak, above the tolerance %.3g",
-                worst / peak, tol));
+  out.omega.assign(omega.begin() + first, omega.begin() + last + 1);
+  out.sigma.assign(values.begin() + first, values.begin() + last + 1);
   for (std::size_t i = 0; i < out.sigma.size(); ++i)
     out.integral += (i == 0 || i + 1 == out.sigma.size() ? 0.5 : 1.0) * step * out.sigma[i];
   return out;

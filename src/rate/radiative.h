@@ -52,18 +52,22 @@ double emission_prefactor(double refractive_index);
 double radiative_rate(const SpectralMoments& m, double gap, double sigma, double refractive_index);
 
 // The emission spectrum on an even grid of photon energies (step sigma/2) over the band where it
-// is above 1e-6 of its peak, from the rate integral of C_O on the shifted contour (relative
-// accuracy `tol` per point), and its integral over the grid (trapezoids; it converges
-// exponentially in sigma/step, so the grid's integral is k_r within the band's cut).
+// is above 1e-6 of its peak, and its integral over the grid (trapezoids; for a spectrum of
+// Gaussian lines it converges as e^{-2 pi^2 (sigma/step)^2}, so the grid's integral is k_r
+// within the band's cut). K_O from the exact C_O on the real axis, sampled on a grid of its own:
+// dt = 2 pi over the window plus 12 sigma (the aliased copies of the band fall beyond it), up to
+// where the damping is 1e-10; within about 1e-8 of the peak everywhere.
 struct Emission {
   std::vector<double> omega;  // hartree
   std::vector<double> sigma;  // sigma_em, per atomic unit of time and per hartree
   double integral = 0.0;      // atomic units, the rate
-  std::int64_t evaluations = 0;
+  double dt = 0.0;            // the time grid used
+  std::int64_t nt = 0;
+  std::int64_t evaluations = 0;  // engine evaluations (the grid's; the branch's midpoints aside)
   std::vector<std::string> warnings;
 };
 
 Emission emission_spectrum(EngineContext& ctx, const SpectralMoments& m, double gap, double sigma,
-                           double refractive_index, double tol);
+                           double refractive_index);
 
 }  // namespace ictvcf

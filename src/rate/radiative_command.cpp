@@ -215,7 +215,7 @@ void radiative_command(const RateOptions& o) {
   const RadiativeParts r = radiative_parts(in, dip, m.p.ead, sigma, n);
   const EngineInputs whole = with_dipole(in, dip, Part::whole);
   EngineContext ctx(whole);
-  const Emission e = emission_spectrum(ctx, r.moments, m.p.ead, sigma, n, o.tol);
+  const Emission e = emission_spectrum(ctx, r.moments, m.p.ead, sigma, n);
   std::vector<std::string> warnings = e.warnings;
   double peak = 0.0, at = 0.0;
   for (std::size_t i = 0; i < e.sigma.size(); ++i)
@@ -243,10 +243,9 @@ void radiative_command(const RateOptions& o) {
       << '\n'
       << printed(
              "method: k_r exactly from the cumulants of ln C(i tau) at tau = +-%.3g .. +-%.3g "
-             "au (%d engine evaluations); the spectrum on the shifted contour (%lld "
-             "evaluations, relative accuracy %.2g per point)",
-             r.moments.step, 4 * r.moments.step, r.evaluations,
-             static_cast<long long>(e.evaluations), o.tol)
+             "au (%d engine evaluations); the spectrum from C on the real axis, dt = %.4g au, "
+             "%lld steps",
+             r.moments.step, 4 * r.moments.step, r.evaluations, e.dt, static_cast<long long>(e.nt))
       << '\n';
   if (o.modes) intensity_modes(in, dip, m, o, r.fc, written);
   if (!o.temps.empty()) {
