@@ -16,6 +16,8 @@ namespace {
 const char* const kUsage =
     "usage: ictvcf INPUT\n"
     "       ictvcf rate [--tol REL] [--real-axis] [--modes] [--temps LIST] INPUT\n"
+    "       ictvcf rate --radiative | --yield [--dipole FILE] [--refractive-index N]\n"
+    "                   [--modes] [--temps LIST] [--tol REL] INPUT\n"
     "       ictvcf prepare FINAL INITIAL [--nac FILE] [--nac-geometry final|initial]\n"
     "                      [--ead VALUE eV|cm-1|au] [--out DIR]\n"
     "       ictvcf --help | --version\n"
@@ -25,6 +27,9 @@ const char* const kUsage =
     "the correlation-function table named there. 'ictvcf rate INPUT' also integrates it into\n"
     "the rate constant k_IC (on a shifted time contour, to the relative accuracy --tol, 1e-6\n"
     "by default; --modes splits it over the modes, --temps gives it at several temperatures).\n"
+    "With --radiative it gives the radiative rate k_r and the emission spectrum from the\n"
+    "transition dipole in dipole.dat (or --dipole FILE); --yield the fluorescence quantum\n"
+    "yield k_r / (k_r + k_IC).\n"
     "'ictvcf prepare' writes the data files and the input from two\n"
     "frequency calculations (see 'ictvcf prepare --help').\n"
     "\n"

@@ -79,6 +79,15 @@
 //       with W = S^T diag(w) S and Q (diag(h) + W) = I, diag(h) Q diag(h) = diag(h) - W + W Q W,
 //       so -sum rif^2 ag + yh^T Q yh/2 = sum rif^2 g/2 - rif^T W rif/2 + (W rif)^T Q (W rif)/2.
 //
+// (10) A dipole O = mu0 + m^T Q1 (per Cartesian component) in place of the coupling: the same
+//     Gaussian integral over the coordinates x (bra) and x' (ket) of the final state, whose
+//     exponent separates in x + x' (matrix b - a) and x - x' (matrix b + a). Its mean is
+//     <x> = <x'> = -ib and its covariance <x x'^T> - <x><x'>^T = (i/2)(P - Q), so
+//       <O^+(x) O(x')> = (mu0 - m^T ib)^2 + (i/2) m^T (P - Q) m,
+//     with P and Q applied to m by solves with the factorisations already made. The Franck-Condon
+//     operator 1 leaves the contraction 1. Both are transforms of positive measures, like the
+//     coupling's, so whatever integrates the coupling's C(t) integrates theirs.
+//
 // What remains per time point: two real congruences as symmetric rank-k products (BLAS-3), two
 // symmetric factorisations (LAPACK), a few solves and O(n^2) work. The tests check the result
 // against the straightforward engine.
@@ -87,6 +96,7 @@
 #include <cmath>
 #include <exception>
 #include <limits>
+#include <stdexcept>
 #include <vector>
 
 #ifdef _OPENMP
@@ -104,7 +114,7 @@ namespace {
 
 using cplx = std::complex<double>;
 
-enum class Path { rank_one_all_pairs, single_mode, general };
+enum class Path { rank_one_all_pairs, single_mode, general, franck_condon, dipole };
 
 // Everything one thread needs for one time point, allocated once.
 struct Workspace {
@@ -123,8 +133,8 @@ struct Workspace {
         cong(2 * nn),
         bpa(nn),
         bma(nn),
-        rhs_p(3 * static_cast<std::size_t>(n)),
-        rhs_q(2 * static_cast<std::size_t>(n)),
+        rhs_p(5 * static_cast<std::size_t>(n)),
+        rhs_q(3 * static_cast<std::size_t>(n)),
         sr(n),
         ipiv1(n),
         ipiv2(n) {
@@ -151,7 +161,7 @@ struct Workspace {
 };
 
 // Doubles of one workspace (general path included), for the memory check before it is made.
-long long workspace_doubles(long long n) { return 16 * n * n + 36 * n; }
+long long workspace_doubles(long long n) { return 16 * n * n + 42 * n; }
 
 // e^z - 1 without cancellation for small z.
 cplx cexpm1(cplx z) {
@@ -274,6 +284,7 @@ struct Setup {
   bool described = false;
   std::vector<double> sinv_d;  // empty when S is singular: the phase then as in the formulas
   double det_s = 1.0;
+  std::vector<double> dmu;  // the dipole's m_kc at [c * n + k], zeros where none were given
 };
 
 // W x = S^T (w .* (S x)) for a real vector x (mode = -1) or the unit vector e_mode.
@@ -371,7 +382,8 @@ void time_point(const Setup& in, Workspace& ws, cplx t, const PointRequest& requ
   cplx* pg = ws.rhs_p.data() + 2 * n;
   cplx* qh = ws.rhs_q.data();
   std::copy(sted, sted + n, ib);
-  const Path path = pair_terms ? Path::general : in.path;
+  const bool coupling = in.path != Path::franck_condon && in.path != Path::dipole;
+  const Path path = pair_terms && coupling ? Path::general : in.path;
   int nrhs_p = 1, nrhs_q = 0;
   // The Q right-hand side: yh = rif .* h as the formulas read, or W rif (see (9)); e_m likewise.
   if (path == Path::rank_one_all_pairs) {
@@ -389,10 +401,16 @@ void time_point(const Setup& in, Workspace& ws, cplx t, const PointRequest& requ
     if (!described) apply_w(ws, S, nullptr, in.mode, qh);
     nrhs_p = 2;
     nrhs_q = 1;
+  } else if (path == Path::dipole) {
+    // The three components of m as right-hand sides of both P and Q (see (10)).
+    for (int c = 0; c < 3; ++c)
+      for (int j = 0; j < n; ++j) pg[c * n + j] = qh[c * n + j] = in.dmu[c * n + j];
+    nrhs_p = 4;
+    nrhs_q = 3;
   }
   // W rif (or W e_m) before the solve overwrites it.
   cplx* wq = ws.rhs_q.data() + n;
-  std::copy(qh, qh + n, wq);
+  if (coupling) std::copy(qh, qh + n, wq);
   solve(ws, ws.bma.data(), ws.ipiv2.data(), ib, nrhs_p);
   if (nrhs_q > 0) solve(ws, ws.bpa.data(), ws.ipiv1.data(), qh, nrhs_q);
 
@@ -406,6 +424,26 @@ void time_point(const Setup& in, Workspace& ws, cplx t, const PointRequest& requ
     for (int l = 0; l < n; ++l) phase += in.sinv_d[l] * (ws.g[l] * ib[l]);
   }
   out.iphase = cplx(0.0, 1.0) * phase;
+
+  if (path == Path::franck_condon) {
+    out.pairs = 1.0;
+    return;
+  }
+  if (path == Path::dipole) {
+    cplx sum(0.0, 0.0);
+    for (int c = 0; c < 3; ++c) {
+      const double* m = in.dmu.data() + static_cast<std::size_t>(c) * n;
+      cplx mean(in.v.op.mu0[c], 0.0), pm(0.0, 0.0), qm(0.0, 0.0);
+      for (int j = 0; j < n; ++j) {
+        mean -= m[j] * ib[j];
+        pm += m[j] * pg[c * n + j];
+        qm += m[j] * qh[c * n + j];
+      }
+      sum += mean * mean + cplx(0.0, 0.5) * (pm - qm);
+    }
+    out.pairs = sum;
+    return;
+  }
 
   cplx uu(0.0, 0.0), tt(0.0, 0.0);  // sum of r u_j u_k and of r trginvk(j,k) over the pairs
   if (path == Path::rank_one_all_pairs) {
@@ -476,6 +514,8 @@ void time_point(const Setup& in, Workspace& ws, cplx t, const PointRequest& requ
 
 // Which contraction the coupling matrix and the mask allow.
 Path choose_path(const EngineInputs& v, int& mode) {
+  if (v.op.kind == OperatorKind::franck_condon) return Path::franck_condon;
+  if (v.op.kind == OperatorKind::dipole) return Path::dipole;
   const int n = v.nmode;
   int selected = 0, diagonal = -1;
   bool rank_one = true;
@@ -525,7 +565,8 @@ EngineContext::EngineContext(const EngineInputs& inputs, int thread_limit)
   check_allocation({{workspace_doubles(n) * threads, sizeof(double)}});
   int mode = 0;
   const Path path = choose_path(in, mode);
-  ws.reset(new Workspaces{{}, Setup{in, kelvin_per_hartree / in.temp, path, mode, false, {}, 1.0}});
+  ws.reset(
+      new Workspaces{{}, Setup{in, kelvin_per_hartree / in.temp, path, mode, false, {}, 1.0, {}}});
   // S^-1 d and det S from an LU factorisation of S (once per molecule).
   std::vector<double> lu(in.s.data);
   std::vector<int> ipiv(static_cast<std::size_t>(n));
@@ -535,6 +576,11 @@ EngineContext::EngineContext(const EngineInputs& inputs, int thread_limit)
     lapack::getrs(n, lu.data(), ipiv.data(), setup.sinv_d.data());
     for (int j = 0; j < n; ++j)
       setup.det_s *= lu[static_cast<std::size_t>(j) * (n + 1)] * (ipiv[j] != j + 1 ? -1.0 : 1.0);
+  }
+  if (in.op.kind == OperatorKind::dipole) {
+    std::vector<double>& dmu = ws->setup.dmu;
+    dmu.assign(3 * static_cast<std::size_t>(n), 0.0);
+    std::copy_n(in.op.dmu.begin(), std::min(in.op.dmu.size(), dmu.size()), dmu.begin());
   }
   ws->each.reserve(static_cast<std::size_t>(threads));
   for (int k = 0; k < threads; ++k) ws->each.emplace_back(n);
@@ -551,6 +597,8 @@ template <class TimeOf, class Store>
 void for_points(EngineContext& ctx, std::int64_t count, TimeOf time_of, Store store,
                 const PointRequest& request, const Progress& progress) {
   if (ctx.in.nmode <= 0 || count <= 0) return;
+  if (request.pair_terms && ctx.in.op.kind != OperatorKind::coupling)
+    throw std::invalid_argument("the pair terms belong to the coupling operator");
   [[maybe_unused]] const int nthreads =
       static_cast<int>(std::min<std::int64_t>(ctx.threads, count));
   const std::size_t nn = static_cast<std::size_t>(ctx.in.nmode) * ctx.in.nmode;
@@ -626,6 +674,24 @@ double correlation_at_zero(EngineContext& ctx) {
     const double w = in.omegae[j], q = std::exp(-beta * w);
     weight[j] = 0.5 * w * (1.0 + q) / -std::expm1(-beta * w);  // (w/2) coth(beta w/2)
   }
+  const Setup& setup = ctx.ws->setup;
+  if (in.op.kind == OperatorKind::franck_condon) return 1.0 / std::fabs(setup.det_s);
+  if (in.op.kind == OperatorKind::dipole) {
+    double c0 = 0.0;
+    for (int c = 0; c < 3; ++c) {
+      const double* m = setup.dmu.data() + static_cast<std::size_t>(c) * n;
+      double mean = in.op.mu0[c], spread = 0.0;
+      for (int k = 0; k < n; ++k) mean -= m[k] * (setup.sinv_d.empty() ? 0.0 : setup.sinv_d[k]);
+      for (int j = 1; j <= n; ++j) {
+        double sm = 0.0;  // (S m)_j
+        for (int k = 1; k <= n; ++k) sm += in.s(j, k) * m[k - 1];
+        const double w = in.omegae[j - 1];
+        spread += sm * sm * weight[j - 1] / (w * w);  // coth(beta w/2)/(2w) (S m)_j^2
+      }
+      c0 += mean * mean + spread;
+    }
+    return c0 / std::fabs(setup.det_s);
+  }
   double c0 = 0.0;
   for (int l = 1; l <= n; ++l)
     for (int k = 1; k <= n; ++k) {
@@ -635,7 +701,7 @@ double correlation_at_zero(EngineContext& ctx) {
       c0 += in.r(k, l) * m;
     }
   // The Gaussian integrals over Q1 carry the Jacobian of Q2 = S Q1 + d: 1 / |det S|.
-  return c0 / std::fabs(ctx.ws->setup.det_s);
+  return c0 / std::fabs(setup.det_s);
 }
 
 std::vector<double> pack(const EngineInputs& in) {
@@ -645,6 +711,10 @@ std::vector<double> pack(const EngineInputs& in) {
   buf.insert(buf.end(), in.s.data.begin(), in.s.data.end());
   buf.insert(buf.end(), in.r.data.begin(), in.r.data.end());
   for (char c : in.iscal.data) buf.push_back(c ? 1.0 : 0.0);
+  buf.push_back(static_cast<double>(in.op.kind));
+  buf.insert(buf.end(), in.op.mu0.begin(), in.op.mu0.end());
+  buf.push_back(static_cast<double>(in.op.dmu.size()));
+  buf.insert(buf.end(), in.op.dmu.begin(), in.op.dmu.end());
   return buf;
 }
 
@@ -667,6 +737,11 @@ EngineInputs unpack_engine_inputs(std::span<const double> buf) {
   std::copy(buf.begin() + at, buf.begin() + at + nn, in.r.data.begin());
   at += nn;
   for (std::size_t i = 0; i < nn; ++i) in.iscal.data[i] = buf[at + i] != 0.0;
+  at += nn;
+  in.op.kind = static_cast<OperatorKind>(static_cast<int>(buf[at++]));
+  for (double& x : in.op.mu0) x = buf[at++];
+  const std::size_t ndmu = static_cast<std::size_t>(buf[at++]);
+  in.op.dmu.assign(buf.begin() + at, buf.begin() + at + ndmu);
   return in;
 }
 

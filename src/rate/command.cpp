@@ -60,6 +60,8 @@ struct PrivateDir {
   PrivateDir& operator=(const PrivateDir&) = delete;
 };
 
+}  // namespace
+
 void write_text(const std::string& name, const std::string& text, const char* what) {
   std::ofstream out(name, std::ios::binary | std::ios::trunc);
   out << text;
@@ -75,6 +77,8 @@ std::string damping_line(const Damping& d) {
   if (d.chosen_by_default) s += ", the default: the input sets no broadening (isgauss)";
   return s;
 }
+
+namespace {
 
 // Our own files write numbers with the letter e, so that any program reads them.
 std::string exact_text(std::span<const cplx> c, double dt) {
@@ -101,6 +105,8 @@ std::string scan_text(const std::vector<double>& gaps, const std::vector<double>
   return s;
 }
 
+}  // namespace
+
 // The block and the data files, read without leaving anything in the working directory, and
 // the checks of the run. False when a reader has asked the run to stop.
 bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v) {
@@ -122,6 +128,8 @@ bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v) {
   thermal_factors(p, v);
   return true;
 }
+
+namespace {
 
 // The gaps of the scan with `ead` first (it anchors the contours), and where each one goes.
 std::vector<double> ead_first(const std::vector<double>& gaps, std::size_t middle) {
@@ -449,6 +457,26 @@ RateOptions parse_rate_options(const std::vector<std::string>& args) {
       o.exact = true;
     } else if (a == "--temps") {
       o.temps = parse_temperature_list(value());
+    } else if (a == "--radiative") {
+      o.radiative = true;
+    } else if (a == "--yield") {
+      o.yield = true;
+    } else if (a == "--dipole") {
+      o.dipole = value();
+    } else if (a == "--refractive-index") {
+      const std::string& t = value();
+      std::size_t used = 0;
+      try {
+        o.refractive_index = std::stod(t, &used);
+      } catch (const std::exception&) {
+        used = 0;
+      }
+      if (used != t.size() || used == 0 || !(o.refractive_index > 0.0) ||
+          !std::isfinite(o.refractive_index))
+        throw FatalError("ictvcf rate: --refractive-index " + t +
+                             ": expected the medium's refractive index, a number above 0 (1 for "
+                             "vacuum, about 1.33 for water)",
+                         2);
     } else if (a.size() > 1 && a[0] == '-') {
       throw FatalError("ictvcf rate: unknown option " + a, 2);
     } else if (o.input.empty()) {
@@ -458,10 +486,20 @@ RateOptions parse_rate_options(const std::vector<std::string>& args) {
     }
   }
   if (o.input.empty()) throw FatalError("ictvcf rate: the input file is missing", 2);
+  if (o.radiative && o.yield)
+    throw FatalError("ictvcf rate: --radiative and --yield: give one (--yield includes k_r)", 2);
+  if ((o.radiative || o.yield) && o.real_axis)
+    throw FatalError(
+        "ictvcf rate: --real-axis: k_r and the emission spectrum are computed on "
+        "the shifted contour only",
+        2);
+  if (o.yield && o.modes) throw FatalError("ictvcf rate: --modes does not combine with --yield", 2);
   return o;
 }
 
 int run_rate(const RateOptions& options) {
+  if (options.radiative) return guarded([&] { radiative_command(options); });
+  if (options.yield) return guarded([&] { yield_command(options); });
   return guarded([&] { rate_command(options); });
 }
 

@@ -428,4 +428,33 @@ std::string temps_svg(std::span<const double> temps, std::span<const double> rat
   return s;
 }
 
+std::string emission_svg(std::span<const double> omega, std::span<const double> sigma, double k_r,
+                         const Damping& d, double temp, double refractive_index) {
+  const std::size_t n = omega.size();
+  double peak = 0.0;
+  for (double v : sigma) peak = std::max(peak, v);
+  std::vector<double> x(n), y(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    x[i] = omega[i] * au2cm;
+    y[i] = peak > 0.0 ? sigma[i] / peak : 0.0;
+  }
+  double xlo = n > 0 ? x.front() : 0.0, xhi = n > 0 ? x.back() : 1.0, ylo = 0.0, yhi = 1.0;
+  padded(xlo, xhi, 0.0);
+  padded(ylo, yhi, 0.04);
+  const Frame f{xlo, xhi, ylo, yhi};
+  const std::string style = "stroke=\"#1f5fa8\" stroke-width=\"2\"";
+  std::string s = header();
+  s += axes(f, {"Emission spectrum — " + damping_words(d), "photon energy ω", "cm⁻¹", "σ_em / peak",
+                "1"});
+  s += clip_start();
+  s += path(f, x, y, style);
+  s += "</g>\n<g font-size=\"13\">\n";
+  s += text(kLeft + 4, kTop - 14,
+            "k_r = " + (k_r > 0.0 ? scientific(k_r * au_per_second) : std::string("0")) +
+                printed(" s⁻¹ at %.4g K, n = %.4g", temp, refractive_index),
+            "start", " fill=\"#c0392b\"");
+  s += "</g>\n</svg>\n";
+  return s;
+}
+
 }  // namespace ictvcf

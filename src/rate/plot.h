@@ -29,6 +29,11 @@ std::string modes_svg(const Decomposition& d, std::size_t most);
 // log10 k_IC (s-1) against 1000/T (an Arrhenius plot); T = 0 has no place on it and is noted.
 std::string temps_svg(std::span<const double> temps, std::span<const double> rates);
 
+// The emission spectrum, normalised to its peak, against the photon energy (cm-1), with k_r,
+// the temperature and the refractive index in the title line.
+std::string emission_svg(std::span<const double> omega, std::span<const double> sigma, double k_r,
+                         const Damping& d, double temp, double refractive_index);
+
 // At most `most` round tick values (steps 1, 2 or 5 times a power of ten) covering [lo, hi].
 std::vector<double> nice_ticks(double lo, double hi, int most);
 

@@ -1,7 +1,8 @@
 // The exact correlation function (as `ictvcf rate` computes it) against an independent sum over
 // vibrational states: the initial state's Hamiltonian diagonalised in a truncated harmonic basis of
 // the final state, the coupling's matrix elements between the eigenstates and the final basis, and
-// the Boltzmann-weighted lines e^{i t (E2 - E1)}. Also the damped rate against the golden rule.
+// the Boltzmann-weighted lines e^{i t (E2 - E1)}. Also the damped rate against the golden rule, and
+// the same for a transition dipole linear in the coordinates (Herzberg-Teller) and its k_r.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -12,6 +13,7 @@
 #include "engine/engine.h"
 #include "rate/contour.h"
 #include "rate/integral.h"
+#include "rate/radiative.h"
 #include "support/synthetic.h"
 #include "util/constants.h"
 #include "util/lapack.h"
@@ -26,6 +28,12 @@ struct Model {
   std::vector<double> w1_cm, w2_cm, d, rif;
   std::vector<std::vector<double>> s;
   double temp;
+};
+
+// One Cartesian component of a dipole, mu0 + sum_k m_k Q1k.
+struct Component {
+  double mu0;
+  std::vector<double> m;
 };
 
 EngineInputs build(const Model& m) {
@@ -67,7 +75,8 @@ struct Lines {
   double ground = 0.0;          // lowest eigenvalue of H2
 };
 
-Lines sum_over_states(const Model& m, int size) {
+// The lines of the coupling, or of `dipole` where given.
+Lines sum_over_states(const Model& m, int size, const Component* dipole = nullptr) {
   const int n = static_cast<int>(m.w1_cm.size());
   std::vector<double> w1(n), w2(n);
   for (int k = 0; k < n; ++k) w1[k] = m.w1_cm[k] / au2cm, w2[k] = m.w2_cm[k] / au2cm;
@@ -128,11 +137,24 @@ Lines sum_over_states(const Model& m, int size) {
     const double pop = v == 0 ? norm : std::exp(-beta * (e2[v] - e0)) * norm;
     out.population_sum += pop;
     if (pop < 1e-16) continue;
-    // V|v2> = sum_k rif_k p_k |v2>, p_k = i sqrt(w/2) (a+ - a): i times a real vector.
+    // V|v2> = sum_k rif_k p_k |v2>, p_k = i sqrt(w/2) (a+ - a): i times a real vector. A dipole:
+    // (mu0 + sum_k m_k Q_k)|v2>, Q_k = (a+ + a)/sqrt(2w).
     std::vector<double> vv(wide, 0.0);
     for (int col = 0; col < dim; ++col) {
       const double amp = h[col + static_cast<std::size_t>(v) * dim];
       std::vector<int> q = levels(col, size, n);
+      if (dipole) {
+        vv[index_of(q, big)] += dipole->mu0 * amp;
+        for (int k = 0; k < n; ++k) {
+          const double f = dipole->m[k] / std::sqrt(2 * w1[k]);
+          q[k] += 1;
+          vv[index_of(q, big)] += f * std::sqrt(q[k]) * amp;
+          q[k] -= 2;
+          if (q[k] >= 0) vv[index_of(q, big)] += f * std::sqrt(q[k] + 1) * amp;
+          q[k] += 1;
+        }
+        continue;
+      }
       for (int k = 0; k < n; ++k) {
         const double f = m.rif[k] * std::sqrt(w1[k] / 2);
         q[k] += 1;
@@ -234,6 +256,49 @@ TEST(SumOverStates, TwoModesWithDuschinskyRotation) {
                 300.0};
   check_against_states(m, 24, {-300.0, 1500.0, 2600.0});
   contour_against_states(m, 24, {1500.0, 6000.0, 12000.0});
+}
+
+// A Herzberg-Teller dipole with two components, (mu0 + m.Q, m'.Q, 0): its correlation function
+// on the real axis and its k_r against the lines of both components, at 300 K and 0 K.
+TEST(SumOverStates, HerzbergTellerDipoleWithDuschinskyRotation) {
+  const double th = 0.35, w2a = 1150.0 / au2cm, w2b = 640.0 / au2cm;
+  Model model{{1300.0, 700.0},
+              {1150.0, 640.0},
+              {std::sqrt(2.0 * 0.6 / w2a), -std::sqrt(2.0 * 0.3 / w2b)},
+              {0.0, 0.0},
+              {{std::cos(th), std::sin(th)}, {-std::sin(th), std::cos(th)}},
+              300.0};
+  const Component x{0.8, {0.02, -0.03}}, y{0.0, {0.01, 0.015}};
+  const double dt = 8.0, gap = 2.5 / au2ev, sigma = 150.0 / au2cm;
+  for (double temp : {300.0, 0.0}) {
+    model.temp = temp;
+    EngineInputs in = build(model);
+    in.op.kind = OperatorKind::dipole;
+    in.op.mu0 = {0.8, 0.0, 0.0};
+    in.op.dmu = {0.02, -0.03, 0.01, 0.015, 0.0, 0.0};
+    EngineContext ctx(in);
+    std::vector<std::string> warnings;
+    const std::vector<cplx> c = exact_correlation(ctx, dt, 600, warnings);
+    EXPECT_TRUE(warnings.empty());
+    Lines lines = sum_over_states(model, 24, &x);
+    const Lines other = sum_over_states(model, 24, &y);
+    lines.freq.insert(lines.freq.end(), other.freq.begin(), other.freq.end());
+    lines.weight.insert(lines.weight.end(), other.weight.begin(), other.weight.end());
+    double largest = 0.0;
+    for (const cplx& v : c) largest = std::max(largest, std::abs(v));
+    for (std::size_t k = 0; k < c.size(); ++k)
+      ASSERT_LT(std::abs(c[k] - correlation_at(lines, dt * static_cast<double>(k))), 1e-8 * largest)
+          << temp << " K, t = " << dt * static_cast<double>(k);
+    // k_r = 4/(3 c^3) sum of weight (w^3 + 3 w sigma^2) over the photon energies w = gap + E2 - E1.
+    double want = 0.0;
+    for (std::size_t i = 0; i < lines.freq.size(); ++i) {
+      const double w = gap + lines.freq[i];
+      want += lines.weight[i] * (w * w * w + 3 * w * sigma * sigma);
+    }
+    const SpectralMoments mo = spectral_moments(ctx);
+    EXPECT_NEAR(radiative_rate(mo, gap, sigma, 1.0) / (emission_prefactor(1.0) * want), 1.0, 1e-8)
+        << temp << " K";
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <set>
+#include <sstream>
 
 #include "test_support.h"
 
@@ -160,6 +161,78 @@ TEST(RateCommand, ErrorsAndTheirStatuses) {
   EXPECT_FALSE(private_dirs_left());
   for (const std::string& name : listing())
     EXPECT_TRUE(name.ends_with(".inp") || name.ends_with(".dat")) << name;
+}
+
+// --radiative and --yield on the closed case at 3 eV with a Herzberg-Teller dipole: what is
+// printed and written, the written spectrum's integral against k_r, and the bad dipole inputs.
+TEST(RateCommand, RadiativeAndYield) {
+  ScratchDir dir;
+  closed_case({{"ead = 0.1", "ead = 3.0 eV\n  isgauss = .true.\n  degauss = 200 cm-1"}});
+  write_file("dipole.dat", "# S1 -> S0\n0  1.0 0.0 0.0\n2  0.0 0.01 0.0\n");
+  const Result r = rate("--radiative --modes --temps 10,300 ic.inp");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  for (const char* line : {"\nconventions: k_r = (4 n^2 / 3 c^3) sum over x, y, z",
+                           "\nk_r = ", "  Franck-Condon:   2.3127",
+                           "  interference:    0.000000e+00", "\nmodes: 1 modes lend intensity"})
+    EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+  EXPECT_FALSE(private_dirs_left());
+  EXPECT_EQ(listing(), (std::set<std::string>{"dipole.dat", "dushin.dat", "ft.dat.emission",
+                                              "ft.dat.emission.modes", "ft.dat.emission.svg",
+                                              "ft.dat.radiative.temps", "ic.inp", "nacme.dat"}));
+  // The trapezoidal sum of the file's sigma_em (s-1 per cm-1) over w (cm-1) against k_r.
+  const std::size_t at = r.out.find("\nk_r = ") + 7;
+  const double k_r = std::stod(r.out.substr(at));
+  std::istringstream in(read_file("ft.dat.emission"));
+  std::string line;
+  double integral = 0.0, last_w = 0.0, last_s = 0.0;
+  int rows = 0;
+  while (std::getline(in, line)) {
+    if (line[0] == '#') continue;
+    double w = 0, ev = 0, s = 0;
+    std::istringstream(line) >> w >> ev >> s;
+    if (rows++ > 0) integral += 0.5 * (w - last_w) * (s + last_s);
+    last_w = w, last_s = s;
+  }
+  EXPECT_GT(rows, 100);
+  EXPECT_NEAR(integral / k_r, 1.0, 1e-4);
+
+  const Result y = rate("--yield --refractive-index 1.33 ic.inp");
+  ASSERT_EQ(y.status, 0) << y.err;
+  EXPECT_NE(y.out.find("Phi_F = "), std::string::npos) << y.out;
+  EXPECT_NE(y.out.find("n = 1.33 (k_r scales as n^2)"), std::string::npos) << y.out;
+  EXPECT_EQ(lines(read_file("ft.dat.yield")), 1 + 1);
+
+  // Bad inputs: one line, status 2, nothing written.
+  const std::set<std::string> before = listing();
+  const std::pair<std::string, std::string> bad[] = {
+      {"--radiative --dipole none.dat ic.inp", "ictvcf: none.dat: cannot open the file"},
+      {"--radiative --dipole zero.dat ic.inp",
+       "zero.dat: expected a transition dipole that is not zero"},
+      {"--yield --dipole row.dat ic.inp", "ictvcf: row.dat, line 2: expected an integer and three"},
+      {"--radiative --refractive-index -1 ic.inp", "--refractive-index -1: expected the medium's"},
+      {"--radiative --real-axis ic.inp", "on the shifted contour only"},
+  };
+  write_file("zero.dat", "0 0 0 0\n");
+  write_file("row.dat", "0 1 0 0\n2 0.1 zero 0\n");
+  for (const auto& [options, message] : bad) {
+    const Result e = rate(options);
+    EXPECT_EQ(e.status, 2) << options;
+    EXPECT_NE(e.err.find(message), std::string::npos) << e.err;
+    EXPECT_EQ(lines(e.err), 1) << e.err;
+    EXPECT_EQ(e.out, "");
+  }
+  // A Lorentzian line has no w^3 moment.
+  std::string text = read_file("ic.inp");
+  text.replace(text.find("degauss"), 7, "broadentype = lorentzian\n  degauss");
+  write_file("lorentz.inp", text);
+  const Result l = rate("--radiative lorentz.inp");
+  EXPECT_EQ(l.status, 2);
+  EXPECT_NE(l.err.find("k_r needs a Gaussian line"), std::string::npos) << l.err;
+  std::set<std::string> after = listing();
+  after.erase("lorentz.inp");
+  after.erase("zero.dat"), after.erase("row.dat");
+  EXPECT_EQ(after, before);
 }
 
 }  // namespace
