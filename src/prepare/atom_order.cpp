@@ -23,6 +23,7 @@ constexpr int kSpreadStarts = 240;
 // A renumbering is taken when it lowers the rms distance by more than this fraction (equal
 // distances come from relabelling symmetry-equivalent atoms: the numbering as given stays).
 constexpr double kWorthIt = 1e-4;
+constexpr double kNoDistance = 1e-6;
 
 std::vector<double> centred(const std::vector<double>& m, const std::vector<double>& x) {
   double c[3] = {0, 0, 0}, total = 0;
@@ -258,12 +259,15 @@ AtomMatch match_atoms(const std::vector<double>& mass, const std::vector<int>& e
     if (f.cost < best.cost) best = std::move(f);
   }
   // The numbering as given unless another removes a distance worth removing.
-  // (With the elements in another order the numbering as given is no candidate.)
+  // (With the elements in another order the numbering as given is no candidate.) A distance
+  // below kNoDistance bohr is rounding, nothing to remove.
+  const double rms_best = rms_of(ac, bc, best.order, best.rotation);
   const bool better =
-      element_a != element_b || std::sqrt(best.cost) < (1.0 - kWorthIt) * std::sqrt(cost0);
+      element_a != element_b || (std::sqrt(best.cost) < (1.0 - kWorthIt) * std::sqrt(cost0) &&
+                                 out.rms_before - rms_best > kNoDistance);
   if (better) {
     out.order = best.order;
-    out.rms_after = rms_of(ac, bc, best.order, best.rotation);
+    out.rms_after = rms_best;
   } else {
     out.order = identity;
     out.rms_after = out.rms_before;

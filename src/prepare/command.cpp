@@ -1,15 +1,18 @@
 #include "prepare/command.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <set>
 #include <stdexcept>
 
 #include "prepare/atom_order.h"
+#include "prepare/dipole_files.h"
 #include "prepare/gradient_file.h"
 #include "prepare/model_summary.h"
 #include "prepare/models.h"
@@ -30,7 +33,7 @@ const char* const kPrepareUsage =
     "                      [--temp K] [--fwhm VALUE cm-1|eV|au] [--out DIR] [--force]\n"
     "                      [--keep-order] [--drop-ghosts]\n"
     "                      [--coordinates cartesian|internal] [--model ah|vh|vg]\n"
-    "                      [--drop-below FREQ cm-1]\n";
+    "                      [--drop-below FREQ cm-1] [--dipole-from FILE] [--dipole-root N]\n";
 
 constexpr double kFwhmCm = 200.0;  // Gaussian broadening written for the rate, cm-1
 constexpr double kTemp = 300.0;
@@ -53,7 +56,10 @@ const char* const kHelp =
     "--coordinates measures the displacement between the minima along the straight Cartesian\n"
     "chord (default) or along curvilinear internal coordinates; --model vg or vh takes INITIAL's\n"
     "gradient at FINAL's geometry instead of INITIAL's own minimum; --drop-below removes the\n"
-    "displacement of state 1's modes below FREQ. See README.md.\n";
+    "displacement of state 1's modes below FREQ. dipole.dat (for 'ictvcf rate --radiative') is\n"
+    "written when INITIAL's checkpoint, or --dipole-from FILE (a TD checkpoint or an ORCA\n"
+    "output), holds a transition dipole; --dipole-root N picks the excited state (default 1).\n"
+    "See README.md.\n";
 
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -71,6 +77,8 @@ struct Options {
   double fwhm = kFwhmCm / au2cm;  // hartree
   bool force = false, keep_order = false, drop_ghosts = false;
   ModelOptions model;
+  std::string dipole_file;  // --dipole-from; empty: INITIAL's checkpoint, if it holds one
+  int dipole_root = 1;
 };
 
 double energy_unit(const std::string& word, const char* option) {
@@ -159,6 +167,17 @@ Options parse(const std::vector<std::string>& args) {
         throw UsageError("expected the unit cm-1 after --drop-below " + v + ", found '" + unit +
                          "'");
       o.model.drop_below = x / au2cm;
+    } else if (a == "--dipole-from") {
+      o.dipole_file = value("a file name");
+    } else if (a == "--dipole-root") {
+      const std::string& v = value("an excited state's number");
+      const double x = number_of(v, a);
+      if (!(x >= 1) || x != std::floor(x) || x > 1e6)
+        throw UsageError(
+            "expected an excited state's number (1, 2, ...) after --dipole-root, "
+            "found '" +
+            v + "'");
+      o.dipole_root = static_cast<int>(x);
     } else if (a == "--out") {
       o.out_dir = value("a directory");
     } else if (a == "--force") {
@@ -321,6 +340,106 @@ void match_coupling(NacInput& nac, const QcState& fin, bool keep_order,
                   "'s: " + describe_order(m.order, fin.atomic_number));
 }
 
+// The transition dipole in the final state's frame and along its modes, for dipole.dat.
+struct PreparedDipole {
+  QcDipole d;
+  std::vector<int> modes;  // the coupling file's numbering, 7 .. 3N
+  std::vector<std::array<double, 3>> m;
+  std::string line;  // for the summary
+};
+
+std::optional<PreparedDipole> prepare_dipole(const Options& o, const QcState& ini,
+                                             const std::vector<int>& ini_order,
+                                             const PrepareResult& r) {
+  PreparedDipole p;
+  if (!o.dipole_file.empty()) {
+    p.d = read_transition_dipole(o.dipole_file, o.dipole_root);
+  } else {
+    try {  // a TD job's checkpoint as INITIAL holds its dipole
+      p.d = read_transition_dipole(ini.file, o.dipole_root);
+    } catch (const IoError&) {
+      return std::nullopt;
+    }
+  }
+  QcDipole& d = p.d;
+  const int n = r.natoms;
+  std::string where = "in " + ini.file + "'s frame (the file gives no geometry)";
+  std::array<double, 3> mu = d.mu0;
+  std::vector<double> g = d.dmu_dx;
+  Matrix<double> rot(3, 3);
+  for (int i = 1; i <= 3; ++i) rot(i, i) = 1.0;
+  if (static_cast<int>(d.x.size()) == 3 * n) {
+    // Numbered as INITIAL's file when it is that file; turned onto the final state's frame.
+    std::vector<double> x = d.x;
+    if (d.file == ini.file && !ini_order.empty()) {
+      x = renumbered(x, ini_order);
+      if (!g.empty()) {
+        std::vector<double> h(g.size());
+        for (int a = 0; a < n; ++a)
+          for (int k = 0; k < 9; ++k) h[9 * a + k] = g[9 * ini_order[a] + k];
+        g = h;
+      }
+    }
+    double c[3] = {0, 0, 0}, total = 0;
+    for (int a = 0; a < n; ++a) {
+      total += r.mass[a];
+      for (int k = 0; k < 3; ++k) c[k] += r.mass[a] * x[3 * a + k];
+    }
+    for (int a = 0; a < n; ++a)
+      for (int k = 0; k < 3; ++k) x[3 * a + k] -= c[k] / total;
+    rot = best_rotation(r.mass, r.x1, x);
+    std::vector<double> xr(3 * n, 0.0);
+    double to1 = 0.0, to2 = 0.0;
+    for (int a = 0; a < n; ++a)
+      for (int i = 0; i < 3; ++i) {
+        for (int k = 0; k < 3; ++k) xr[3 * a + i] += rot(i + 1, k + 1) * x[3 * a + k];
+        to1 += std::pow(xr[3 * a + i] - r.x1[3 * a + i], 2);
+        to2 += std::pow(xr[3 * a + i] - r.x2[3 * a + i], 2);
+      }
+    where = printed("at its own geometry, %.4f bohr (rms) from the final and %.4f from the initial",
+                    std::sqrt(to1 / n), std::sqrt(to2 / n));
+  } else if (!ini.file.empty()) {
+    rot = r.rotation;  // taken to be in INITIAL's frame
+  }
+  for (int i = 0; i < 3; ++i) {
+    mu[i] = 0.0;
+    for (int k = 0; k < 3; ++k) mu[i] += rot(i + 1, k + 1) * d.mu0[k];
+  }
+  if (!g.empty() && static_cast<int>(g.size()) == 9 * n) {
+    // d mu'_c / d x'_j = sum R_ca (d mu_a / d x_b) R_jb, per atom
+    std::vector<double> gr(g.size(), 0.0);
+    for (int at = 0; at < n; ++at)
+      for (int j = 0; j < 3; ++j)
+        for (int c = 0; c < 3; ++c)
+          for (int a = 0; a < 3; ++a)
+            for (int b = 0; b < 3; ++b)
+              gr[3 * (3 * at + j) + c] +=
+                  rot(c + 1, a + 1) * g[3 * (3 * at + b) + a] * rot(j + 1, b + 1);
+    const auto along = dipole_along_modes(gr, r.mass, r.modes1.l);
+    for (int k = 7; k <= r.n3; ++k) {
+      p.modes.push_back(k);
+      p.m.push_back(along[k - 1]);
+    }
+  }
+  d.mu0 = mu;
+  const double size = std::sqrt(mu[0] * mu[0] + mu[1] * mu[1] + mu[2] * mu[2]);
+  p.line = printed("transition dipole: %s (%s): |mu0| = %.5f au (%.5f debye), %s; ", d.file.c_str(),
+                   d.source.c_str(), size, size * au2db, where.c_str());
+  if (p.m.empty()) {
+    p.line += "no derivatives: Franck-Condon only\n";
+  } else {
+    std::size_t top = 0;
+    auto norm = [](const std::array<double, 3>& v) {
+      return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+    };
+    for (std::size_t i = 0; i < p.m.size(); ++i)
+      if (norm(p.m[i]) > norm(p.m[top])) top = i;
+    p.line += printed("derivatives from the same job, largest |dmu/dQ| %.4e au along %s\n",
+                      norm(p.m[top]), mode_name(p.modes[top], r.modes1).c_str());
+  }
+  return p;
+}
+
 void prepare(const Options& o) {
   const QcState fin = read_qc_state(o.final_file, o.drop_ghosts);
   // With the vertical gradient model INITIAL is a gradient at FINAL's geometry, checked there.
@@ -443,24 +562,31 @@ void prepare(const Options& o) {
 
   // Files of an earlier prepare (perhaps edited since) are replaced only when asked.
   const std::filesystem::path dir(o.out_dir);
-  const std::string written[3] = {(dir / "dushin.dat").string(), (dir / "nacme.dat").string(),
-                                  (dir / "ic.inp").string()};
+  const std::optional<PreparedDipole> dip = prepare_dipole(o, ini, ini_order, r);
+  const std::string written[4] = {(dir / "dushin.dat").string(), (dir / "nacme.dat").string(),
+                                  (dir / "ic.inp").string(), (dir / "dipole.dat").string()};
   std::vector<std::string> present, left;
-  for (const auto& f : written)
-    if (std::filesystem::exists(f)) present.push_back(f);
+  for (int k = 0; k < (dip ? 4 : 3); ++k)
+    if (std::filesystem::exists(written[k])) present.push_back(written[k]);
   if (!present.empty() && !o.force)
     throw IoError(present.front(), 0,
                   "already exists (" + joined(present) +
                       "): prepare does not overwrite files that may hold your edits; give "
                       "--force to replace them, or another --out DIR");
   if (std::filesystem::exists(written[2])) left = results_of(dir, written[2]);
+  if (!dip && std::filesystem::exists(written[3])) left.push_back(written[3]);
 
   std::error_code ec;
   std::filesystem::create_directories(o.out_dir, ec);
   if (ec) throw IoError(o.out_dir, 0, "cannot create the output directory: " + ec.message());
-  write_all_or_nothing({{written[0], dushin_text(r, in.src)},
-                        {written[1], nacme_text(r, in.src)},
-                        {written[2], input_text(in)}});
+  std::vector<std::pair<std::string, std::string>> files = {{written[0], dushin_text(r, in.src)},
+                                                            {written[1], nacme_text(r, in.src)},
+                                                            {written[2], input_text(in)}};
+  if (dip)
+    files.push_back({written[3], dipole_text("transition dipole from " + dip->d.file + ", " +
+                                                 dip->d.source + ", in the final state's frame",
+                                             dip->d.mu0, dip->modes, dip->m)});
+  write_all_or_nothing(files);
 
   // The summary.
   std::string s;
@@ -520,6 +646,9 @@ void prepare(const Options& o) {
       "  %.2f %% of it in translations and rotations (removed); its sum over the atoms %.2f %% "
       "of\n  its size; largest %.4e au along %s\n",
       100.0 * r.nac_external, 100.0 * r.nac_sum, r.rif[top - 1], mode_name(top, r.modes1).c_str());
+  s += dip ? dip->line
+           : "transition dipole: none in the files (for 'ictvcf rate --radiative': "
+             "--dipole-from FILE, or write dipole.dat)\n";
   s += printed("ead: %.6f eV (%s)\n", ead * au2ev, ead_origin.c_str());
   s += printed(
       "input: %.6g K, Gaussian broadening FWHM %.6g cm-1, dt %.4g au, tmax %.6g au "
@@ -528,9 +657,10 @@ void prepare(const Options& o) {
   for (const auto& n : notes) s += "note: " + n + "\n";
   if (!present.empty()) s += "replaced (--force): " + joined(present) + "\n";
   if (!left.empty())
-    s += "left in place, results of the replaced ic.inp (they do not match the new files): " +
+    s += "left in place, results of the replaced files (they do not match the new ones): " +
          joined(left) + "\n";
-  s += "written: " + written[0] + ", " + written[1] + ", " + written[2] + "\n";
+  s += "written: " + written[0] + ", " + written[1] + ", " + written[2] +
+       (dip ? ", " + written[3] : "") + "\n";
   std::cout << s << std::flush;
   // What says "these numbers are probably wrong" comes before the hint to go on.
   for (const auto& w : warned) std::cerr << "ictvcf prepare: warning: " << w << '\n';

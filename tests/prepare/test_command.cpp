@@ -138,6 +138,31 @@ TEST(PrepareCommand, GoldenTranscriptOfTheCoumarinPair) {
   }
 }
 
+// A TD job's checkpoint gives dipole.dat; with the same Hessian for both states (D = 0, S = I)
+// the emission is one Gaussian line at ead, so k_r = 4 |mu0|^2 (dE^3 + 3 dE sigma^2) / 3 c^3.
+TEST(PrepareCommand, TransitionDipoleOfATdCheckpoint) {
+  ScratchDir dir;
+  const std::string ir = qc_file("real/gaussian/cclib_g16_dvb_ir.fchk"),
+                    td = qc_file("real/gaussian/cclib_g16_dvb_td.fchk");
+  std::string nac = "0.01 0 0\n-0.01 0 0\n";
+  for (int a = 2; a < 20; ++a) nac += "0 0 0\n";
+  write_file("nac.txt", nac);
+  const Result r = ictvcf("prepare " + ir + " " + ir + " --ead 3.5 eV --nac nac.txt " +
+                          "--nac-geometry final --dipole-from " + td + " --out run");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("'ETran state values', excited state 1 of 5): |mu0| = 1.14273 au"),
+            std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find("run/ic.inp, run/dipole.dat\n"), std::string::npos);
+  std::filesystem::current_path("run");
+  const Result k = ictvcf("rate --radiative ic.inp");
+  ASSERT_EQ(k.status, 0) << k.err;
+  const double mu2 = std::pow(1.14273, 2), de = 3.5 / au2ev, c = 137.035999084;
+  const double sigma = 200.0 / au2cm / std::sqrt(8.0 * std::log(2.0));
+  const double kr = 4.0 * mu2 * (de * de * de + 3.0 * de * sigma * sigma) / (3.0 * c * c * c);
+  EXPECT_NEAR(std::stod(word_after(k.out, "\nk_r =")) / (kr * au_per_second), 1.0, 2e-5) << k.out;
+}
+
 TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
   ScratchDir dir;
   const std::string m0 = qc_file("methylium/opt_freq_s0.fchk");
@@ -199,7 +224,7 @@ TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
   EXPECT_NE(forced.out.find("replaced (--force): ./dushin.dat, ./nacme.dat, ./ic.inp"),
             std::string::npos)
       << forced.out;
-  EXPECT_NE(forced.out.find("(they do not match the new files): ./ic_tvcf.dat, ./ic_tvcf.dat.rate"),
+  EXPECT_NE(forced.out.find("(they do not match the new ones): ./ic_tvcf.dat, ./ic_tvcf.dat.rate"),
             std::string::npos)
       << forced.out;
   EXPECT_EQ(read_file("ic.inp").find("! edited"), std::string::npos);
