@@ -10,8 +10,10 @@
 #include <sstream>
 #include <string>
 
+#include "coupling/dipole.h"
 #include "coupling/getrlk.h"
 #include "input/read_input.h"
+#include "prepare/dipole_files.h"
 #include "prepare/modes.h"
 #include "prepare/qc_files.h"
 #include "run/prepare_data.h"
@@ -157,6 +159,26 @@ void orca_output(const std::uint8_t* data, std::size_t size) {
 void plain_coupling(const std::uint8_t* data, std::size_t size) {
   coupling(data, size, "nac.txt",
            [](const TextFile& f, int n, NacGeometry) { parse_plain_nac(f, n); });
+}
+
+void dipole_tables(const std::uint8_t* data, std::size_t size) {
+  prepare_process();
+  if (size == 0) return;
+  const TextFile f = text_file_from_bytes("dipole.out", rest(data, size));
+  const int root = 1 + ((data[0] >> 1) & 3);
+  outcome([&] {
+    if (data[0] & 1)
+      parse_fchk_dipole(f, root);
+    else
+      parse_orca_dipole(f, root);
+  });
+}
+
+void dipole_file(const std::uint8_t* data, std::size_t size) {
+  prepare_process();
+  TextFile f =
+      text_file_from_bytes("dipole.dat", std::string(reinterpret_cast<const char*>(data), size));
+  outcome([&] { read_dipole_file(f); });
 }
 
 }  // namespace ictvcf::fuzz

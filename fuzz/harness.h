@@ -32,6 +32,11 @@ void orca_hess_file(const std::uint8_t* data, std::size_t size);
 void orca_output(const std::uint8_t* data, std::size_t size);
 void plain_coupling(const std::uint8_t* data, std::size_t size);
 
+// Transition dipoles: a TD checkpoint's 'ETran state values' or an ORCA output's dipole table
+// (first byte: bit 0 chooses, the next two bits the excited state), and dipole.dat.
+void dipole_tables(const std::uint8_t* data, std::size_t size);
+void dipole_file(const std::uint8_t* data, std::size_t size);
+
 // Sets up what every harness needs once: a scratch working directory and a memory cap.
 void prepare_process();
 

@@ -11,7 +11,8 @@ seconds=${1:-30}
 build="$root/build-fuzz"
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DICTVCF_FUZZ=ON \
   -DICTVCF_ENABLE_OPENMP=OFF -DICTVCF_BUILD_TESTS=OFF -DICTVCF_BUILD_BENCH=OFF >/dev/null
-targets=(input_block dushin_file coupling_file fchk_file orca_hess_file orca_output plain_coupling)
+targets=(input_block dushin_file coupling_file fchk_file orca_hess_file orca_output plain_coupling
+  dipole_tables dipole_file)
 cmake --build "$build" -j"$(nproc)" $(printf ' --target fuzz_%s' "${targets[@]}")
 
 # Seeds: the bundled cases' input files, Duschinsky files (with an option byte in front) and
@@ -46,7 +47,11 @@ done
 for f in "$root"/tests/data/qc/real/orca/*.hess; do
   { printf '\x01'; cat "$f"; } >"$corpus/orca_hess_file/$(basename "$f")"
 done
-for t in orca_output plain_coupling; do cp "$root"/fuzz/seeds/$t/* "$corpus/$t/"; done
+{ printf '\x01'; cat "$root"/tests/data/qc/real/gaussian/cclib_g16_dvb_td.fchk; } \
+  >"$corpus/dipole_tables/dvb_td.fchk"
+for t in orca_output plain_coupling dipole_tables dipole_file; do
+  cp "$root"/fuzz/seeds/$t/* "$corpus/$t/"
+done
 for t in "${targets[@]}"; do
   cp "$root"/fuzz/regressions/$t/* "$corpus/$t/" 2>/dev/null || true
 done
@@ -56,7 +61,7 @@ for t in "${targets[@]}"; do
   mkdir -p "$build/findings/$t"
   echo "== fuzz_$t for ${seconds}s"
   len=65536
-  case $t in fchk_file | orca_hess_file) len=262144 ;; esac
+  case $t in fchk_file | orca_hess_file | dipole_tables) len=262144 ;; esac
   if ! (cd "$build/findings/$t" && ASAN_OPTIONS=detect_leaks=1 \
         "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -max_len=$len -timeout=20 \
         -rss_limit_mb=3072 -close_fd_mask=1 -print_final_stats=1 "$corpus/$t" 2>&1 | tail -n 12); then

@@ -37,6 +37,8 @@ TEST(FuzzRegressions, QuantumChemistryFiles) {
   replay("orca_hess_file", fuzz::orca_hess_file);
   replay("orca_output", fuzz::orca_output);
   replay("plain_coupling", fuzz::plain_coupling);
+  replay("dipole_tables", fuzz::dipole_tables);
+  replay("dipole_file", fuzz::dipole_file);
 }
 
 }  // namespace
