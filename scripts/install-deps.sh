@@ -2,7 +2,7 @@
 # Installs the Debian packages the build needs (as root), skipping those already present.
 # Usage: scripts/install-deps.sh [extra packages...]
 set -euo pipefail
-packages=(cmake g++ make pkg-config libopenblas-dev libgtest-dev "$@")
+packages=(cmake g++ make pkg-config libopenblas-dev liblapacke-dev libgtest-dev "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
