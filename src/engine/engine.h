@@ -59,7 +59,7 @@ using Progress = std::function<void(std::int64_t done, std::int64_t total)>;
 //   C(t) = sqrt(det * 2^exp2) * exp(iphase) * pairs
 // with the square root continued along the path of times (its branch is the caller's business).
 struct PointValue {
-  std::complex<double> det;     // determinant term, mantissa (1 <= |det| < 10 unless 0)
+  std::complex<double> det;     // determinant term, mantissa: 1/2 <= max(|Re|, |Im|) < 1 unless 0
   double exp2 = 0.0;            // and its power of two
   std::complex<double> iphase;  // exponent of the Gaussian integral's exponential factor
   std::complex<double> pairs;   // the operator's contraction: for the coupling the sum over mode
