@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "util/errors.h"
+
 namespace ictvcf::testing {
 
 // Runs the test inside a fresh empty directory, removed afterwards.
@@ -47,6 +49,22 @@ inline std::string read_file(const std::string& name) {
 }
 
 inline bool exists(const std::string& name) { return std::filesystem::exists(name); }
+
+// An error's message as the program prints it (an input error with its file and line).
+inline std::string message_of(const IoError& e) { return describe(e); }
+inline std::string message_of(const std::exception& e) { return e.what(); }
+
+// `statement` throws `exception`, whose message contains `text` (after {fmt}'s test helper).
+#define EXPECT_THROW_MSG(statement, exception, text)                                  \
+  do {                                                                                \
+    try {                                                                             \
+      statement;                                                                      \
+      ADD_FAILURE() << "no " #exception " from " #statement "; expected: " << (text); \
+    } catch (const exception& thrown) {                                               \
+      const std::string said = ::ictvcf::testing::message_of(thrown);                 \
+      EXPECT_NE(said.find(text), std::string::npos) << said;                          \
+    }                                                                                 \
+  } while (false)
 
 // The dot-files of the current directory, sorted.
 inline std::vector<std::string> dot_files() {
