@@ -16,6 +16,7 @@
 #include "prepare/dipole_files.h"
 #include "prepare/modes.h"
 #include "prepare/qc_files.h"
+#include "prepare/soc_files.h"
 #include "run/prepare_data.h"
 #include "util/errors.h"
 #include "util/memory.h"
@@ -167,7 +168,9 @@ void dipole_tables(const std::uint8_t* data, std::size_t size) {
   const TextFile f = text_file_from_bytes("dipole.out", rest(data, size));
   const int root = 1 + ((data[0] >> 1) & 3);
   outcome([&] {
-    if (data[0] & 1)
+    if (data[0] & 8)
+      parse_orca_soc(f, root, (data[0] >> 4) & 3);
+    else if (data[0] & 1)
       parse_fchk_dipole(f, root);
     else
       parse_orca_dipole(f, root);

@@ -32,8 +32,9 @@ void orca_hess_file(const std::uint8_t* data, std::size_t size);
 void orca_output(const std::uint8_t* data, std::size_t size);
 void plain_coupling(const std::uint8_t* data, std::size_t size);
 
-// Transition dipoles: a TD checkpoint's 'ETran state values' or an ORCA output's dipole table
-// (first byte: bit 0 chooses, the next two bits the excited state), and dipole.dat.
+// Tables of excited-state jobs: a TD checkpoint's 'ETran state values', an ORCA output's dipole
+// table or its spin-orbit table (first byte: bit 3 the spin-orbit table, else bit 0 the
+// checkpoint; bits 1-2 the excited state, bits 4-5 the singlet), and dipole.dat.
 void dipole_tables(const std::uint8_t* data, std::size_t size);
 void dipole_file(const std::uint8_t* data, std::size_t size);
 

@@ -19,6 +19,7 @@
 #include "prepare/modes.h"
 #include "prepare/qc_files.h"
 #include "prepare/run_files.h"
+#include "prepare/soc_files.h"
 #include "util/constants.h"
 #include "util/errors.h"
 #include "util/strings.h"
@@ -33,7 +34,8 @@ const char* const kPrepareUsage =
     "                      [--temp K] [--fwhm VALUE cm-1|eV|au] [--out DIR] [--force]\n"
     "                      [--keep-order] [--drop-ghosts]\n"
     "                      [--coordinates cartesian|internal] [--model ah|vh|vg]\n"
-    "                      [--drop-below FREQ cm-1] [--dipole-from FILE] [--dipole-root N]\n";
+    "                      [--drop-below FREQ cm-1] [--dipole-from FILE] [--dipole-root N]\n"
+    "                      [--soc-from FILE TRIPLET SINGLET]\n";
 
 constexpr double kFwhmCm = 200.0;  // Gaussian broadening written for the rate, cm-1
 constexpr double kTemp = 300.0;
@@ -59,6 +61,8 @@ const char* const kHelp =
     "displacement of state 1's modes below FREQ. dipole.dat (for 'ictvcf rate --radiative') is\n"
     "written when INITIAL's checkpoint, or --dipole-from FILE (a TD checkpoint or an ORCA\n"
     "output), holds a transition dipole; --dipole-root N picks the excited state (default 1).\n"
+    "--soc-from FILE T S reads <T|H_SO|S> from an ORCA output for 'ictvcf rate --isc' (the pair\n"
+    "is then a singlet and a triplet: no coupling needed, a gap of either sign).\n"
     "See README.md.\n";
 
 struct UsageError : std::runtime_error {
@@ -79,6 +83,8 @@ struct Options {
   ModelOptions model;
   std::string dipole_file;  // --dipole-from; empty: INITIAL's checkpoint, if it holds one
   int dipole_root = 1;
+  std::string soc_file;  // --soc-from FILE T S
+  int soc_triplet = 1, soc_singlet = 0;
 };
 
 double energy_unit(const std::string& word, const char* option) {
@@ -167,6 +173,16 @@ Options parse(const std::vector<std::string>& args) {
         throw UsageError("expected the unit cm-1 after --drop-below " + v + ", found '" + unit +
                          "'");
       o.model.drop_below = x / au2cm;
+    } else if (a == "--soc-from") {
+      o.soc_file = value("an ORCA output, a triplet and a singlet");
+      for (int* root : {&o.soc_triplet, &o.soc_singlet}) {
+        const std::string& v = value(root == &o.soc_triplet ? "the triplet's number (1, 2, ...)"
+                                                            : "the singlet's number (0, 1, ...)");
+        const double x = number_of(v, a);
+        if (!(x >= 0) || x != std::floor(x) || x > 1e6)
+          throw UsageError("expected a root's number after --soc-from FILE, found '" + v + "'");
+        *root = static_cast<int>(x);
+      }
     } else if (a == "--dipole-from") {
       o.dipole_file = value("a file name");
     } else if (a == "--dipole-root") {
@@ -503,6 +519,14 @@ void prepare(const Options& o) {
     nac.at = from_initial ? NacGeometry::initial_state : NacGeometry::final_state;
     if (!ini.nac.empty() && !fin.nac.empty())
       notes.push_back("both files hold a coupling: " + ini.file + "'s is used");
+  } else if (!o.soc_file.empty()) {
+    // A singlet and a triplet: the intersystem crossing needs no non-adiabatic coupling.
+    nac.file = "none";
+    nac.d.assign(3 * static_cast<std::size_t>(fin.natoms()), 0.0);
+    nac.at = NacGeometry::final_state;
+    notes.push_back(
+        "no non-adiabatic coupling: nacme.dat holds zeros (this pair is for "
+        "'ictvcf rate --isc')");
   } else {
     std::string zeros;
     for (const QcState* s : {static_cast<const QcState*>(&ini), &fin})
@@ -525,7 +549,7 @@ void prepare(const Options& o) {
                       "expected a total energy to compute ead from (or give --ead VALUE UNIT)");
     ead = ini.energy - fin.energy;
     ead_origin = "E(initial) - E(final), the total energies of the files";
-    if (!(ead > 0.0))
+    if (!(ead > 0.0) && o.soc_file.empty())
       throw IoError(ini.file, 0,
                     printed("expected the initial (upper) state second: its total energy "
                             "%.8f hartree is not above the final state's %.8f hartree (%s), a gap "
@@ -559,6 +583,9 @@ void prepare(const Options& o) {
   for (int k = 7; k <= r.n3; ++k)
     wmax = std::max({wmax, r.modes1.omega[k - 1], r.modes2.omega[k - 1]});
   in.grid = choose_grid(wmax, ead, in.fwhm);
+
+  std::optional<SocValues> soc;
+  if (!o.soc_file.empty()) soc = read_soc_table(o.soc_file, o.soc_triplet, o.soc_singlet);
 
   // Files of an earlier prepare (perhaps edited since) are replaced only when asked.
   const std::filesystem::path dir(o.out_dir);
@@ -649,6 +676,20 @@ void prepare(const Options& o) {
   s += dip ? dip->line
            : "transition dipole: none in the files (for 'ictvcf rate --radiative': "
              "--dipole-from FILE, or write dipole.dat)\n";
+  std::string isc;
+  if (soc) {
+    const auto v = soc->sublevels();
+    double sum = 0.0;
+    for (const auto& x : v) sum += std::norm(x);
+    s += printed(
+        "spin-orbit coupling: %s, <T%d|H_SO|S%d> (Z, X, Y) = (%.4g:%.4g, %.4g:%.4g, %.4g:%.4g) "
+        "cm-1;\n  sublevels M = 0, +1, -1: |V| = %.6g, %.6g, %.6g cm-1, sum of |V|^2 %.6g cm-2\n",
+        soc->file.c_str(), soc->triplet, soc->singlet, soc->zxy[0].real(), soc->zxy[0].imag(),
+        soc->zxy[1].real(), soc->zxy[1].imag(), soc->zxy[2].real(), soc->zxy[2].imag(),
+        std::abs(v[0]), std::abs(v[1]), std::abs(v[2]), sum);
+    isc = printed("ictvcf rate --isc --soc %.6g,%.6g,%.6g cm-1 ic.inp", std::abs(v[0]),
+                  std::abs(v[1]), std::abs(v[2]));
+  }
   s += printed("ead: %.6f eV (%s)\n", ead * au2ev, ead_origin.c_str());
   s += printed(
       "input: %.6g K, Gaussian broadening FWHM %.6g cm-1, dt %.4g au, tmax %.6g au "
@@ -665,7 +706,9 @@ void prepare(const Options& o) {
   // What says "these numbers are probably wrong" comes before the hint to go on.
   for (const auto& w : warned) std::cerr << "ictvcf prepare: warning: " << w << '\n';
   std::cerr << std::flush;
-  std::cout << "next: cd " + o.out_dir + " && ictvcf ic.inp && ictvcf rate ic.inp\n" << std::flush;
+  std::cout << "next: cd " + o.out_dir + " && ictvcf ic.inp && " +
+                   (soc ? isc : "ictvcf rate ic.inp") + "\n"
+            << std::flush;
 }
 
 }  // namespace

@@ -154,6 +154,18 @@ TEST(PrepareCommand, TransitionDipoleOfATdCheckpoint) {
             std::string::npos)
       << r.out;
   EXPECT_NE(r.out.find("run/ic.inp, run/dipole.dat\n"), std::string::npos);
+  // The same pair as a singlet and a triplet: their spin-orbit coupling from an ORCA output, no
+  // non-adiabatic coupling needed, and the next command says how to use it.
+  write_file("soc.out",
+             "CALCULATED SOCME BETWEEN TRIPLETS AND SINGLETS\n T S Z X Y\n"
+             "  1  0  (  0.00 , 0.00)  ( 0.00 , 3.00)  ( 4.00 , 0.00)\n");
+  const Result isc = ictvcf("prepare " + ir + " " + ir + " --ead -0.1 eV --soc-from soc.out 1 0");
+  ASSERT_EQ(isc.status, 0) << isc.err;
+  EXPECT_NE(isc.out.find("sum of |V|^2 25 cm-2"), std::string::npos) << isc.out;
+  EXPECT_NE(isc.out.find("ictvcf rate --isc --soc 0,4.94975,0.707107 cm-1 ic.inp\n"),
+            std::string::npos)
+      << isc.out;
+
   std::filesystem::current_path("run");
   const Result k = ictvcf("rate --radiative ic.inp");
   ASSERT_EQ(k.status, 0) << k.err;

@@ -7,6 +7,7 @@
 
 #include "coupling/dipole.h"
 #include "prepare/dipole_files.h"
+#include "prepare/soc_files.h"
 #include "test_support.h"
 #include "util/errors.h"
 #include "util/strings.h"
@@ -124,6 +125,39 @@ TEST(DipoleFiles, WrittenFileReadsBack) {
   EXPECT_EQ(d.mu0, (std::array<double, 3>{0.1, -1.1, 0.0}));
   EXPECT_EQ(d.modes, (std::vector<int>{8, 9}));  // mode 7 has no derivative: not written
   EXPECT_EQ(d.derivatives[0][2], -2e-4);
+}
+
+// ORCA's spin-orbit table: the last one counts, a pair of roots by its row, the sublevels
+// M = 0, +1, -1 from the Cartesian components (the same sum of squares), a missing pair named.
+TEST(DipoleFiles, SpinOrbitTableOfAnOrcaOutput) {
+  std::vector<std::string> out;
+  for (double scale : {9.0, 1.0})
+    for (const std::string& r :
+         {std::string("    CALCULATED SOCME BETWEEN TRIPLETS AND SINGLETS"),
+          std::string("     Root                          <T|HSO|S>  (Re, Im) cm-1"),
+          std::string("     T      S           Z                    X                    Y"),
+          std::string("---------------------------------------------------------------------"),
+          printed("      1      0    (   %.2f ,    -0.00)    (  -0.00 ,    %.2f)    (   %.2f , "
+                  "    0.00)",
+                  0.5 * scale, 17.51 * scale, 1.88 * scale),
+          std::string("      2      0    (   0.00 ,     3.00)    (   4.00 ,     0.00)    (   0.00 "
+                      ",     0.00)"),
+          std::string(""), std::string("some later text (1, 2)")})
+      out.push_back(r);
+  const TextFile f = text_file_from("soc.out", out);
+  const SocValues v = parse_orca_soc(f, 1, 0);
+  EXPECT_EQ(v.zxy[0], std::complex<double>(0.5, 0.0));
+  EXPECT_EQ(v.zxy[1], std::complex<double>(0.0, 17.51));
+  const auto m = v.sublevels();
+  EXPECT_NEAR(std::norm(m[0]) + std::norm(m[1]) + std::norm(m[2]),
+              0.25 + 17.51 * 17.51 + 1.88 * 1.88, 1e-9);
+  EXPECT_NEAR(std::abs(m[1]), (17.51 + 1.88) / std::sqrt(2.0), 1e-12);  // X + iY = i (17.51 + 1.88)
+  EXPECT_EQ(parse_orca_soc(f, 2, 0).zxy[1], std::complex<double>(4.0, 0.0));
+  EXPECT_THROW_MSG(parse_orca_soc(f, 3, 0), IoError,
+                   "expected the row of triplet 3 and singlet 0 in the table 'CALCULATED SOCME "
+                   "BETWEEN TRIPLETS AND SINGLETS' (it has 2 rows)");
+  EXPECT_THROW_MSG(parse_orca_soc(text_file_from("opt.out", {"none"}), 1, 0), IoError,
+                   "expected the table");
 }
 
 }  // namespace
