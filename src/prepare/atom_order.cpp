@@ -25,27 +25,9 @@ constexpr int kSpreadStarts = 240;
 constexpr double kWorthIt = 1e-4;
 constexpr double kNoDistance = 1e-6;
 
-std::vector<double> centred(const std::vector<double>& m, const std::vector<double>& x) {
-  double c[3] = {0, 0, 0}, total = 0;
-  for (std::size_t a = 0; a < m.size(); ++a) {
-    total += m[a];
-    for (int k = 0; k < 3; ++k) c[k] += m[a] * x[3 * a + k];
-  }
-  std::vector<double> r(x);
-  for (std::size_t a = 0; a < m.size(); ++a)
-    for (int k = 0; k < 3; ++k) r[3 * a + k] -= c[k] / total;
-  return r;
-}
-
 // The principal axes (columns, by rising moment) of the centred geometry.
 Mat principal_axes(const std::vector<double>& m, const std::vector<double>& x) {
-  Mat t(3, 3);
-  for (std::size_t a = 0; a < m.size(); ++a) {
-    const double* p = &x[3 * a];
-    const double r2 = p[0] * p[0] + p[1] * p[1] + p[2] * p[2];
-    for (int i = 0; i < 3; ++i)
-      for (int j = 0; j < 3; ++j) t(i + 1, j + 1) += m[a] * ((i == j ? r2 : 0.0) - p[i] * p[j]);
-  }
+  Mat t = inertia_tensor(m, x);
   double mu[3];
   lapack::syev(3, t.ptr(), mu);
   return t;

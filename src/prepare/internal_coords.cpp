@@ -64,21 +64,6 @@ void add(Mat& b, int row, int i, V3 v) {
   b(row, 3 * i + 3) += v.z;
 }
 
-Mat mul(const Mat& a, bool ta, const Mat& b, bool tb) {
-  const int m = ta ? a.cols : a.rows, k = ta ? a.rows : a.cols, n = tb ? b.rows : b.cols;
-  Mat c(m, n);
-  if (m == 0 || n == 0) return c;
-  lapack::dgemm(ta, tb, m, n, k, 1.0, a.ptr(), std::max(1, a.rows), b.ptr(), std::max(1, b.rows),
-                0.0, c.ptr(), std::max(1, m));
-  return c;
-}
-
-std::vector<double> mul(const Mat& a, bool ta, const std::vector<double>& v) {
-  Mat x(static_cast<int>(v.size()), 1);
-  x.data = v;
-  return mul(a, ta, x, false).data;
-}
-
 // The generalised inverse of a (m x n, m >= n) from its singular value decomposition; `ratio` is
 // its smallest singular value over the largest, 0 when m < n.
 Mat pseudo_inverse(const Mat& a, double& ratio) {

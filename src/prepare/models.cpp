@@ -15,18 +15,6 @@ namespace {
 
 using Mat = Matrix<double>;
 
-std::vector<double> centred(const std::vector<double>& m, const std::vector<double>& x) {
-  double c[3] = {0, 0, 0}, total = 0;
-  for (std::size_t a = 0; a < m.size(); ++a) {
-    total += m[a];
-    for (int k = 0; k < 3; ++k) c[k] += m[a] * x[3 * a + k];
-  }
-  std::vector<double> r(x);
-  for (std::size_t a = 0; a < m.size(); ++a)
-    for (int k = 0; k < 3; ++k) r[3 * a + k] -= c[k] / total;
-  return r;
-}
-
 // Each atom's three components turned by r (transposed with `back`).
 std::vector<double> rotated(const Mat& r, const std::vector<double>& v, bool back = false) {
   std::vector<double> out(v.size());

@@ -16,32 +16,6 @@ namespace {
 using Mat = Matrix<double>;
 
 // op(a) op(b), op the transpose where the flag is set.
-Mat mul(const Mat& a, bool ta, const Mat& b, bool tb) {
-  const int m = ta ? a.cols : a.rows, k = ta ? a.rows : a.cols, n = tb ? b.rows : b.cols;
-  Mat c(m, n);
-  lapack::dgemm(ta, tb, m, n, k, 1.0, a.ptr(), std::max(1, a.rows), b.ptr(), std::max(1, b.rows),
-                0.0, c.ptr(), std::max(1, m));
-  return c;
-}
-
-std::vector<double> mul(const Mat& a, bool ta, const std::vector<double>& v) {
-  Mat x(static_cast<int>(v.size()), 1);
-  x.data = v;
-  return mul(a, ta, x, false).data;
-}
-
-std::vector<double> centred(const std::vector<double>& m, const std::vector<double>& x) {
-  double c[3] = {0, 0, 0}, total = 0;
-  for (std::size_t a = 0; a < m.size(); ++a) {
-    total += m[a];
-    for (int k = 0; k < 3; ++k) c[k] += m[a] * x[3 * a + k];
-  }
-  std::vector<double> r(x);
-  for (std::size_t a = 0; a < m.size(); ++a)
-    for (int k = 0; k < 3; ++k) r[3 * a + k] -= c[k] / total;
-  return r;
-}
-
 // Each atom's three components rotated: v_i := R v_i.
 std::vector<double> rotated(const Mat& r, const std::vector<double>& v) {
   std::vector<double> out(v.size());
@@ -62,17 +36,6 @@ Mat block_rotation(const Mat& r, int natoms) {
 
 // The inertia tensor sum_i m_i (|x_i|^2 1 - x_i x_i^T): the Gram matrix of the three rotation
 // vectors sqrt(m_i) (e_a x x_i).
-Mat inertia(const std::vector<double>& m, const std::vector<double>& x) {
-  Mat t(3, 3);
-  for (std::size_t a = 0; a < m.size(); ++a) {
-    const double* p = &x[3 * a];
-    const double r2 = p[0] * p[0] + p[1] * p[1] + p[2] * p[2];
-    for (int i = 0; i < 3; ++i)
-      for (int j = 0; j < 3; ++j) t(i + 1, j + 1) += m[a] * ((i == j ? r2 : 0.0) - p[i] * p[j]);
-  }
-  return t;
-}
-
 // The sign that makes the first of the largest components of the column positive (components
 // within a relative 1e-6 of the largest count as largest, so that symmetry-equal pairs do not
 // flip the choice with rounding).
@@ -121,6 +84,44 @@ void gradient_checks(const std::vector<double>& g, const std::vector<double>& m,
 
 }  // namespace
 
+Matrix<double> mul(const Matrix<double>& a, bool ta, const Matrix<double>& b, bool tb) {
+  const int m = ta ? a.cols : a.rows, k = ta ? a.rows : a.cols, n = tb ? b.rows : b.cols;
+  Matrix<double> c(m, n);
+  if (m == 0 || n == 0) return c;
+  lapack::dgemm(ta, tb, m, n, k, 1.0, a.ptr(), std::max(1, a.rows), b.ptr(), std::max(1, b.rows),
+                0.0, c.ptr(), std::max(1, m));
+  return c;
+}
+
+std::vector<double> mul(const Matrix<double>& a, bool ta, const std::vector<double>& v) {
+  Matrix<double> x(static_cast<int>(v.size()), 1);
+  x.data = v;
+  return mul(a, ta, x, false).data;
+}
+
+std::vector<double> centred(const std::vector<double>& m, const std::vector<double>& x) {
+  double c[3] = {0, 0, 0}, total = 0;
+  for (std::size_t a = 0; a < m.size(); ++a) {
+    total += m[a];
+    for (int k = 0; k < 3; ++k) c[k] += m[a] * x[3 * a + k];
+  }
+  std::vector<double> r(x);
+  for (std::size_t a = 0; a < m.size(); ++a)
+    for (int k = 0; k < 3; ++k) r[3 * a + k] -= c[k] / total;
+  return r;
+}
+
+Matrix<double> inertia_tensor(const std::vector<double>& m, const std::vector<double>& x) {
+  Mat t(3, 3);
+  for (std::size_t a = 0; a < m.size(); ++a) {
+    const double* p = &x[3 * a];
+    const double r2 = p[0] * p[0] + p[1] * p[1] + p[2] * p[2];
+    for (int i = 0; i < 3; ++i)
+      for (int j = 0; j < 3; ++j) t(i + 1, j + 1) += m[a] * ((i == j ? r2 : 0.0) - p[i] * p[j]);
+  }
+  return t;
+}
+
 Matrix<double> best_rotation(const std::vector<double>& m, const std::vector<double>& a,
                              const std::vector<double>& b) {
   // With H = sum_i m_i b_i a_i^T = U S V^T, R = V diag(1, 1, det(V U^T)) U^T maximises
@@ -143,7 +144,7 @@ Matrix<double> best_rotation(const std::vector<double>& m, const std::vector<dou
 }
 
 double inertia_ratio(const std::vector<double>& m, const std::vector<double>& x) {
-  Mat t = inertia(m, centred(m, x));
+  Mat t = inertia_tensor(m, centred(m, x));
   double mu[3];
   lapack::syev(3, t.ptr(), mu);
   return mu[2] > 0 ? std::max(0.0, mu[0]) / mu[2] : 0.0;
@@ -167,7 +168,7 @@ Matrix<double> external_basis(const std::vector<double>& m, const std::vector<do
     rot(3 * a + 2, 3) = sm * p[0];
   }
   // Symmetric orthonormalisation: rot I^-1/2, I the inertia tensor (the Gram matrix).
-  Mat v = inertia(m, x);
+  Mat v = inertia_tensor(m, x);
   double mu[3];
   lapack::syev(3, v.ptr(), mu);
   Mat root(3, 3);

@@ -23,6 +23,16 @@ struct NormalModes {
   std::vector<double> omega;
 };
 
+// op(a) op(b) and op(a) v, op the transpose where the flag is set (BLAS).
+Matrix<double> mul(const Matrix<double>& a, bool ta, const Matrix<double>& b, bool tb);
+std::vector<double> mul(const Matrix<double>& a, bool ta, const std::vector<double>& v);
+
+// x (3N, atom by atom) less its centre of mass, for masses m (one per atom).
+std::vector<double> centred(const std::vector<double>& m, const std::vector<double>& x);
+
+// The inertia tensor sum_i m_i (|x_i|^2 1 - x_i x_i^T) of a centred geometry (3 x 3).
+Matrix<double> inertia_tensor(const std::vector<double>& m, const std::vector<double>& x);
+
 // Mass-weighted best proper rotation R of b onto a, both centred on their centres of mass (3N
 // coordinates each): minimises sum_i m_i |a_i - R b_i|^2. At the optimum the Eckart condition
 // sum_i m_i a_i x (R b_i) = 0 holds.
