@@ -1,6 +1,7 @@
 #include "engine/branch.h"
 
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 namespace ictvcf {
@@ -74,6 +75,14 @@ std::complex<double> correlation_value(const PointValue& v, double theta) {
   const double half = 0.5 * v.exp2, whole = std::floor(half);
   if (half != whole) root *= 1.4142135623730951;  // sqrt(2)
   return std::ldexp(1.0, static_cast<int>(whole)) * root * std::exp(v.iphase) * v.pairs;
+}
+
+double ln_c_imaginary(const PointValue& p) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  if (!p.in_strip || !(p.det.real() > 0.0) || !(p.pairs.real() > 0.0)) return nan;
+  const double l = 0.5 * (std::log(p.det.real()) + p.exp2 * std::numbers::ln2) + p.iphase.real() +
+                   std::log(p.pairs.real());
+  return std::isfinite(l) ? l : nan;
 }
 
 }  // namespace ictvcf

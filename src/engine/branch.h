@@ -34,4 +34,8 @@ double follow_argument(BranchFollower& f, std::complex<double> a, std::complex<d
 // and a power of two, so that no large exponent or angle costs digits.
 std::complex<double> correlation_value(const PointValue& v, double theta);
 
+// ln C(i tau) from the value at t = i tau, where C is real and positive inside the strip of
+// convergence; not a number outside it, or where the values are not finite.
+double ln_c_imaginary(const PointValue& p);
+
 }  // namespace ictvcf

@@ -34,16 +34,6 @@ double highest_frequency(const EngineInputs& in) {
   return w;
 }
 
-// ln C(i tau) from the integrand at t = i tau: there C is real and positive inside the strip.
-// Not a number outside it, or where the values are not finite.
-double ln_c_imaginary(const PointValue& p) {
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  if (!p.in_strip || !(p.det.real() > 0.0) || !(p.pairs.real() > 0.0)) return nan;
-  const double l =
-      0.5 * (std::log(p.det.real()) + p.exp2 * kLn2) + p.iphase.real() + std::log(p.pairs.real());
-  return std::isfinite(l) ? l : nan;
-}
-
 // phi(tau) = -E tau + ln C(i tau) + sigma^2 tau^2 / 2 for the gaps of one calculation, with the
 // engine's values of ln C(i tau) kept (the walks of neighbouring gaps meet the same taus).
 class Phi {

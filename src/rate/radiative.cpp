@@ -6,6 +6,7 @@
 #include <limits>
 #include <numbers>
 
+#include "engine/branch.h"
 #include "rate/integral.h"
 #include "util/constants.h"
 #include "util/errors.h"
@@ -17,17 +18,7 @@ namespace {
 
 using cplx = std::complex<double>;
 
-constexpr double kLn2 = 0.6931471805599453;
 constexpr int kPoints = 4;  // tau = +-h .. +-4h
-
-// ln C_O(i tau) from the integrand there (real and positive inside the strip of convergence).
-double ln_c_imaginary(const PointValue& p) {
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  if (!p.in_strip || !(p.det.real() > 0.0) || !(p.pairs.real() > 0.0)) return nan;
-  const double l =
-      0.5 * (std::log(p.det.real()) + p.exp2 * kLn2) + p.iphase.real() + std::log(p.pairs.real());
-  return std::isfinite(l) ? l : nan;
-}
 
 // The value at y = 0 of the polynomial through (y[i], f[i]) (Neville's scheme).
 double at_zero(const double* y, std::vector<double> f) {
