@@ -2,6 +2,7 @@
 // ORCA Hessian file written from a state.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <string>
@@ -28,6 +29,18 @@ inline Matrix<double> rotation(double ax, double ay, double az, double deg) {
       if (i != j) r(i + 1, j + 1) += ((j - i + 3) % 3 == 1 ? -1.0 : 1.0) * s * u[k];
     }
   return r;
+}
+
+// max |S^T S - 1|: how far S is from orthogonal.
+inline double orthogonality_defect(const Matrix<double>& s) {
+  double off = 0.0;
+  for (int i = 1; i <= s.cols; ++i)
+    for (int j = 1; j <= s.cols; ++j) {
+      double dot = 0.0;
+      for (int k = 1; k <= s.rows; ++k) dot += s(k, i) * s(k, j);
+      off = std::max(off, std::fabs(dot - (i == j ? 1.0 : 0.0)));
+    }
+  return off;
 }
 
 // The state moved rigidly, x := R x + t, its Hessian, gradient and coupling turned with it.
