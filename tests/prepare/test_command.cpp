@@ -208,8 +208,9 @@ TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
       {m0 + " " + m1 + " --temp 77 --temp 300", "--temp is given twice"},
       {m0 + " " + m1 + " --frequency", "unknown option '--frequency'"},
       {dvb + " " + dvb + " --ead 1 eV", "'Nonadiabatic coupling' is all zeros"},
-      // The states swapped: S1 given as the final state.
+      // The states swapped: S1 given as the final state; or one state twice (a gap of zero).
       {c1 + " " + c0, "the files are probably swapped"},
+      {m1 + " " + m1, "the files are probably swapped"},
   };
   for (const auto& [args, expected] : cases) {
     const Result r = ictvcf("prepare --out bad " + args);
@@ -231,7 +232,9 @@ TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
   EXPECT_EQ(again.status, 2);
   EXPECT_NE(again.err.find("give --force to replace them"), std::string::npos) << again.err;
   EXPECT_NE(read_file("ic.inp").find("! edited"), std::string::npos);
-  const Result forced = ictvcf("prepare " + m0 + " " + m1 + " --force --temp 77 --fwhm 300 cm-1");
+  const Result forced =
+      ictvcf("prepare " + m0 + " " + m1 + " --force --temp 77 --fwhm 300 cm-1 --ead 2900 meV");
+  EXPECT_NE(forced.out.find("ead: 2.900000 eV (--ead 2900 meV)"), std::string::npos);
   EXPECT_EQ(forced.status, 0) << forced.err;
   EXPECT_NE(forced.out.find("replaced (--force): ./dushin.dat, ./nacme.dat, ./ic.inp"),
             std::string::npos)
@@ -281,7 +284,7 @@ TEST(PrepareCommand, SwappedHydrogensAndACouplingCutOutOfItsOutput) {
   EXPECT_NE(got.out.find("(H13 <- H16, H16 <- H13, final <- initial)"), std::string::npos)
       << got.out;
   for (const char* label : {"reorganisation energy, state 1:", "reorganisation energy, state 2:",
-                            "total Huang-Rhys factor:", "largest"})
+                            "total Huang-Rhys factor:", "its size; largest"})
     EXPECT_EQ(word_after(got.out, label), word_after(ref.out, label)) << label;
 
   // An isotopologue, one hydrogen of S1 made deuterium: FINAL's masses serve both states (the
@@ -303,6 +306,30 @@ TEST(PrepareCommand, SwappedHydrogensAndACouplingCutOutOfItsOutput) {
                              " s1-swapped.hess --nac nac-swapped.out --nac-geometry initial "
                              "--keep-order --out c");
   EXPECT_NE(kept.err.find("with --keep-order the atoms are taken as numbered"), std::string::npos);
+
+  // A list computed at the final geometry is numbered as FINAL's file: INITIAL's renumbering
+  // leaves it alone.
+  ictvcf("prepare " + c0 + " s1.hess --nac nac.out --nac-geometry final --out e");
+  ictvcf("prepare " + c0 + " s1-swapped.hess --nac nac.out --nac-geometry final --out f");
+  EXPECT_EQ(read_file("f/nacme.dat"), read_file("e/nacme.dat"));
+
+  // Both checkpoints with a coupling (S0's field filled with S1's): INITIAL's is used.
+  const std::string s0 = read_file(c0), s1text = read_file(qc_file("coumarin/coumarin_s1.fchk"));
+  const std::string field = "Nonadiabatic coupling                      R   N=          51\n";
+  auto values = [&](const std::string& t) {  // the field's value lines, up to the next label
+    const std::size_t from = t.find(field) + field.size();
+    std::size_t to = from;
+    while (t[to] == ' ') to = t.find('\n', to) + 1;
+    return std::pair{from, to};
+  };
+  const auto [a0, b0] = values(s0);
+  const auto [a1, b1] = values(s1text);
+  write_file("s0-nac.fchk", s0.substr(0, a0) + s1text.substr(a1, b1 - a1) + s0.substr(b0));
+  const Result both =
+      ictvcf("prepare s0-nac.fchk " + qc_file("coumarin/coumarin_s1.fchk") + " --out g");
+  EXPECT_NE(both.out.find("coupling: " + qc_file("coumarin/coumarin_s1.fchk") + ", at the initial"),
+            std::string::npos)
+      << both.out;
 }
 
 }  // namespace

@@ -92,6 +92,9 @@ TEST(QcFiles, CouplingGivenThreeWaysGivesTheSameCouplings) {
     for (std::size_t k = 6; k < rif.size(); ++k) EXPECT_NEAR(rif[k], ref[k], 1e-9 * big) << name;
   }
   EXPECT_THROW(read_nac_file("nac.txt", 17, NacGeometry::unknown), IoError);
+  write_file("bad.txt", "# x y z\n0 0 0.1\n0 0.1\n");
+  EXPECT_THROW_MSG(read_nac_file("bad.txt", 17, NacGeometry::final_state), IoError,
+                   "bad.txt, line 3: expected three numbers");
 }
 
 // The text with the first `from` replaced by `to`.
@@ -124,6 +127,8 @@ TEST(QcFiles, BadFilesNameTheLineAndWhatWasExpected) {
       {edited(hess, "\n     3    ", "\n     3 0.5"), 15, "row 3 of the block of columns 0-4"},
       {"just text\n", 0, "expected a Gaussian formatted checkpoint"},
       {edited(hess, "\n C ", "\n Bq "), 0, ": a ghost atom"},
+      {edited(fchk, "  1.00782504E+00  1.20000000E+01", "  1.00782504E+00  0.00000000E+00"), 0,
+       "atom 2: a ghost atom"},
   };
   // Deuterium by its own symbol, and ghost atoms left out when asked.
   write_file("d.hess", edited(hess, "\n H ", "\n D "));
