@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <set>
 #include <sstream>
 
+#include "support/io_tables.h"
 #include "test_support.h"
+#include "util/constants.h"
 
 namespace ictvcf {
 namespace {
@@ -81,10 +84,32 @@ TEST(RateCommand, ClosedCaseRateAndFilesOnAPoorGrid) {
   const std::string exact = read_file("ft.dat.exact");
   EXPECT_EQ(lines(exact), 1 + 2 * 10 + 1);
   EXPECT_EQ(exact.rfind("#", 0), 0u);
+  // Rows -t and +t: C(-t) = C(t)*; t in fs.
+  const std::vector<std::string> rows = testing::split(exact, '\n');
+  std::istringstream first(rows[1]), last(rows[21]);
+  double t0, re0, im0, t1, re1, im1;
+  first >> t0 >> re0 >> im0;
+  last >> t1 >> re1 >> im1;
+  EXPECT_NEAR(t1, 10 * 200.0 * au2fs, 1e-7 * t1);
+  EXPECT_EQ(t0, -t1);
+  EXPECT_EQ(re0, re1);
+  EXPECT_EQ(im0, -im1);
+  EXPECT_NE(im1, 0.0);
+  // The method line's height in au and in fs.
+  std::istringstream method(r.out.substr(r.out.find("tau = ") + 6));
+  double tau_au, tau_fs;
+  std::string unit;
+  char paren;
+  method >> tau_au >> unit >> paren >> tau_fs;
+  EXPECT_NEAR(tau_fs, tau_au * au2fs, 1e-3 * tau_fs);
   // The scan: gaps above zero only, numbers with the letter e, ead in the middle.
   const std::string scan = read_file("ft.dat.rate");
   EXPECT_EQ(lines(scan), 1 + 146);
   EXPECT_NE(scan.find("\n  3.70000000e+03   4.58741703e-01   1.52204"), std::string::npos);
+  std::istringstream at_ead(scan.substr(scan.find("\n  3.70000000e+03")));
+  double cm, ev, k_au, k_s;
+  at_ead >> cm >> ev >> k_au >> k_s;
+  EXPECT_NEAR(k_s, k_au * au_per_second, 1e-12 * k_s);
   for (const char* svg : {"ft.dat.rate.svg", "ft.dat.corr.svg"}) {
     const std::string s = read_file(svg);
     EXPECT_EQ(s.rfind("<svg ", 0), 0u) << svg;
@@ -106,6 +131,20 @@ TEST(RateCommand, ClosedCaseRateAndFilesOnAPoorGrid) {
   EXPECT_NE(real.out.find("method: real time axis"), std::string::npos) << real.out;
   for (const char* w : {"the damping is still", "above the Nyquist limit", "scan's gaps above"})
     EXPECT_NE(real.err.find(w), std::string::npos) << w << "\n" << real.err;
+}
+
+// Far beyond double precision (40 eV over a 1500 cm-1 mode: 213 quanta) the rate is printed as
+// a power of ten, in s-1 the same as in au times the seconds' factor.
+TEST(RateCommand, RateBelowDoublePrecision) {
+  ScratchDir dir;
+  closed_case({{"ead = 0.1", "ead = 40 eV\n  isgauss = .true.\n  degauss = 200 cm-1"}});
+  const Result r = rate();
+  ASSERT_EQ(r.status, 0) << r.err;
+  const double in_s = std::stod(r.out.substr(r.out.find("k_IC = 10^") + 10));
+  const std::string au = r.out.substr(r.out.find("\n", r.out.find("k_IC = 10^")));
+  const double in_au = std::stod(au.substr(au.find("k_IC = 10^") + 10));
+  EXPECT_NEAR(in_s - in_au, std::log10(au_per_second), 2e-6);
+  EXPECT_LT(in_au, -308.0);
 }
 
 TEST(RateCommand, DefaultBroadeningAndLorentzianWings) {
@@ -144,6 +183,9 @@ TEST(RateCommand, ErrorsAndTheirStatuses) {
       {"  ftfile = ft.dat\n", "", "", 2, "ftfile in the &ic_tvcf block"},
       {"ead = 0.1", "ead = -0.1", "", 2, "must be positive"},
       {"", "", "--tol 2", 2, "ictvcf rate: --tol 2: expected a relative accuracy"},
+      {"", "", "--tol 1", 2, "ictvcf rate: --tol 1: expected a relative accuracy"},
+      {"/", "  isgauss = .true.\n  degauss = 200 cm-1\n/", "--modes --real-axis", 2,
+       "--modes integrates on the shifted contour"},
       {"", "", "--tol x", 2, "ictvcf rate: --tol x: expected a relative accuracy"},
       {"", "", "--frobnicate", 2, "ictvcf rate: unknown option --frobnicate"},
       {"", "", "--temps", 2, "ictvcf rate: --temps bad.inp: expected temperatures"},
