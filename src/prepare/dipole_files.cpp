@@ -1,6 +1,7 @@
 #include "prepare/dipole_files.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <sstream>
 
 #include "util/errors.h"
@@ -37,9 +38,11 @@ std::vector<double> fchk_array(const TextFile& f, const std::string& name, std::
         !is_blank(rec.substr(name.size(), 40 - name.size())))
       continue;
     const std::vector<std::string> w = words(rec.substr(40));
-    if (w.size() != 3 || w[1] != "N=")
-      throw IoError(f.name, static_cast<long>(i) + 1, "expected an array after '" + name + "'");
-    const long count = std::stol(w[2]);
+    char* end = nullptr;
+    const long count = w.size() == 3 ? std::strtol(w[2].c_str(), &end, 10) : -1;
+    if (w.size() != 3 || w[1] != "N=" || *end != '\0' || count < 0)
+      throw IoError(f.name, static_cast<long>(i) + 1,
+                    "expected an array after '" + name + "' (N= and a count)");
     std::vector<double> v;
     for (std::size_t j = i + 1; j < f.records.size() && static_cast<long>(v.size()) < count; ++j)
       for (const std::string& t : words(f.records[j])) {
