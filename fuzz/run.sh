@@ -63,7 +63,7 @@ for t in "${targets[@]}"; do
   len=65536
   case $t in fchk_file | orca_hess_file | dipole_tables) len=262144 ;; esac
   if ! (cd "$build/findings/$t" && ASAN_OPTIONS=detect_leaks=1 \
-        "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -max_len=$len -timeout=20 \
+        "$build/fuzz/fuzz_$t" -artifact_prefix="$build/findings/$t/" -max_total_time="$seconds" -max_len=$len -timeout=20 \
         -rss_limit_mb=3072 -close_fd_mask=1 -print_final_stats=1 "$corpus/$t" 2>&1 | tail -n 12); then
     status=1
   fi
