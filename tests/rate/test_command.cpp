@@ -182,6 +182,7 @@ TEST(RateCommand, ErrorsAndTheirStatuses) {
       {"/", "  isgauss = .true.\n/", "", 1, "isgauss is set but no width is"},
       {"  ftfile = ft.dat\n", "", "", 2, "ftfile in the &ic_tvcf block"},
       {"ead = 0.1", "ead = -0.1", "", 2, "must be positive"},
+      {"ead = 0.1", "ead = 0", "", 2, "must be positive"},
       {"", "", "--tol 2", 2, "ictvcf rate: --tol 2: expected a relative accuracy"},
       {"", "", "--tol 1", 2, "ictvcf rate: --tol 1: expected a relative accuracy"},
       {"/", "  isgauss = .true.\n  degauss = 200 cm-1\n/", "--modes --real-axis", 2,

@@ -12,6 +12,7 @@
 #include "run/prepare_data.h"
 #include "util/constants.h"
 #include "util/errors.h"
+#include "util/strings.h"
 
 namespace ictvcf {
 namespace {
@@ -101,6 +102,22 @@ TEST(RateWarnings, EachCondition) {
   EXPECT_TRUE(alone(warnings(1e-6, -0.8 * pi / dt, decayed, 1.2 * pi / dt), "the gap"));
   EXPECT_EQ(warnings(1e-6, 0.99 * pi / dt, decayed, 0.99 * pi / dt), "");
   EXPECT_TRUE(alone(warnings(-1e-6, w0, decayed, w0), "the rate is negative"));
+  // Moving off the line, the first gap whose window is too short changes by just above 1 %.
+  double first = 0.0;
+  for (double off = 0.0; off < 8.0 && first == 0.0; off += 0.05) {
+    const std::string w = warnings(1e-6, w0, decayed, w0 + off * d.width);
+    if (w.rfind("the rate changes by ", 0) != 0) continue;
+    first = off;
+    const double percent = std::stod(w.substr(20));
+    EXPECT_GT(percent, 1.0);
+    EXPECT_LT(percent, 2.0) << off;
+  }
+  EXPECT_GT(first, 0.0);
+  // The scan above the grid's limit pi/dt, in eV.
+  EXPECT_EQ(scan_warning(dt, 2 * pi / dt),
+            printed("the scan's gaps above the Nyquist limit pi/dt = %.6g eV (up to %.6g eV) are "
+                    "aliased; lower dt to scan them",
+                    pi / dt * au2ev, 2 * pi / dt * au2ev));
 }
 
 std::size_t count(const std::string& s, const std::string& what) {
