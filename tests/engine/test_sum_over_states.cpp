@@ -259,7 +259,8 @@ TEST(SumOverStates, TwoModesWithDuschinskyRotation) {
 }
 
 // A Herzberg-Teller dipole with two components, (mu0 + m.Q, m'.Q, 0): its correlation function
-// on the real axis and its k_r against the lines of both components, at 300 K and 0 K.
+// on the real axis and its k_r against the lines of both components, at 300 K and 0 K; its rates
+// and the Franck-Condon ones on the contour at gaps of either sign.
 TEST(SumOverStates, HerzbergTellerDipoleWithDuschinskyRotation) {
   const double th = 0.35, w2a = 1150.0 / au2cm, w2b = 640.0 / au2cm;
   Model model{{1300.0, 700.0},
@@ -298,6 +299,24 @@ TEST(SumOverStates, HerzbergTellerDipoleWithDuschinskyRotation) {
     const SpectralMoments mo = spectral_moments(ctx);
     EXPECT_NEAR(radiative_rate(mo, gap, sigma, 1.0) / (emission_prefactor(1.0) * want), 1.0, 1e-8)
         << temp << " K";
+
+    // The golden rule of this operator and of the Franck-Condon one (O = 1) on the contour at
+    // gaps of either sign (uphill ones at 300 K through the reverse crossing).
+    const Component unit{1.0, {0.0, 0.0}};
+    const Lines fc = sum_over_states(model, 24, &unit);
+    EngineInputs fc_in = build(model);
+    fc_in.op.kind = OperatorKind::franck_condon;
+    EngineContext fc_ctx(fc_in);
+    for (double gap_cm : {-2000.0, -800.0, 1500.0, 6000.0})
+      for (auto [c_ctx, l] :
+           {std::pair<EngineContext*, const Lines*>{&ctx, &lines}, {&fc_ctx, &fc}}) {
+        const double g = gap_cm / au2cm, want_k = golden_rule(*l, g, sigma);
+        const GapRate r =
+            contour_rates(*c_ctx, {sigma, 1e-9}, std::span<const double>(&g, 1)).rates[0];
+        EXPECT_NEAR(r.rate / want_k, 1.0, 1e-8)
+            << temp << " K, gap " << gap_cm << " cm-1, Franck-Condon " << (l == &fc);
+        EXPECT_EQ(r.reversed, temp > 0.0 && gap_cm < 0.0) << temp << " K, gap " << gap_cm;
+      }
   }
 }
 
