@@ -10,15 +10,19 @@ namespace ictvcf {
 
 struct RateOptions {
   std::string input;
-  double tol = 1e-6;                  // relative accuracy of the contour integral
-  bool real_axis = false;             // integrate on the block's real time grid instead
-  bool modes = false;                 // the rate's decomposition over modes and mode pairs
-  bool exact = false;                 // write the exact C(t) on the block's whole grid (.exact)
-  std::vector<double> temps;          // temperatures (K) for a temperature study
-  bool radiative = false;             // k_r and the emission spectrum instead of k_IC
-  bool yield = false;                 // k_r, k_IC and the fluorescence quantum yield
-  std::string dipole = "dipole.dat";  // the transition dipole file (--dipole)
-  double refractive_index = 1.0;      // of the medium the light is emitted into
+  double tol = 1e-6;                     // relative accuracy of the contour integral
+  bool real_axis = false;                // integrate on the block's real time grid instead
+  bool modes = false;                    // the rate's decomposition over modes and mode pairs
+  bool exact = false;                    // write the exact C(t) on the block's whole grid (.exact)
+  std::vector<double> temps;             // temperatures (K) for a temperature study
+  bool radiative = false;                // k_r and the emission spectrum instead of k_IC
+  bool yield = false;                    // k_r, k_IC and the fluorescence quantum yield
+  std::string dipole = "dipole.dat";     // the transition dipole file (--dipole)
+  double refractive_index = 1.0;         // of the medium the light is emitted into
+  bool isc = false;                      // k_ISC from the spin-orbit coupling instead of k_IC
+  std::string soc_values, soc_unit;      // --soc VALUES UNIT (empty: none given)
+  std::string spin = "singlet-triplet";  // --spin: how the triplet's sublevels count
+  bool spin_given = false;
 };
 
 // The options from the words after `rate`. Throws FatalError (status 2) with the usage problem.
@@ -31,17 +35,21 @@ std::vector<double> parse_temperature_list(const std::string& list);
 int run_rate(const RateOptions& options);
 
 // Shared by the commands of `ictvcf rate` (defined in command.cpp): the block and the data files
-// read without leaving work files (false when a reader asked the run to stop), a text file
-// written whole (IoError naming `what` if it cannot be), and the printed damping line.
+// read without leaving work files (false when a reader asked the run to stop; `any_gap` accepts
+// ead <= 0, the uphill direction of a crossing), a text file written whole (IoError naming `what`
+// if it cannot be), and the printed damping line.
 struct ParameterSet;
 struct DushinData;
 struct Damping;
-bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v);
+bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v, bool any_gap = false);
 void write_text(const std::string& name, const std::string& text, const char* what);
 std::string damping_line(const Damping& d);
 
 // --radiative and --yield (radiative_command.cpp).
 void radiative_command(const RateOptions& o);
 void yield_command(const RateOptions& o);
+
+// --isc (isc_command.cpp).
+void isc_command(const RateOptions& o);
 
 }  // namespace ictvcf

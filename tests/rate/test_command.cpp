@@ -235,5 +235,64 @@ TEST(RateCommand, RadiativeAndYield) {
   EXPECT_EQ(after, before);
 }
 
+// --isc on the closed case at 300 K (mode 1: 1500 cm-1, Huang-Rhys factor 1.2; mode 2 undisplaced):
+// its Bessel progression at 3000 cm-1 (5.119948735e8 s-1 for |V| = 1 cm-1) and uphill at -3000 cm-1
+// (288.893582762 s-1; with the program's units, whose kelvin per hartree is 1.4e-7 below CODATA
+// 2018: the uphill rate moves by 2e-6), the sublevel rules, the files, and the bad inputs.
+TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
+  ScratchDir dir;
+  closed_case({{"ead = 0.1", "ead = 3000 cm-1\n  isgauss = .true.\n  degauss = 200 cm-1"},
+               {"temp = 10.0", "temp = 300.0"}});
+  const Result r = rate("--isc --soc 1 cm-1 --temps 77,300 ic.inp");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  for (const char* line :
+       {"\nk_ISC = 5.119949e+08 s-1\n", "\nrule: singlet-triplet: |V|^2 = sum over",
+        "\n|V|^2 = 1.000000e+00 cm-2 = 2.076019e-11 au^2\n", "1 cm-1 = 4.556335e-06 hartree",
+        "\n     300.000  5.119949e+08"})
+    EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+  EXPECT_FALSE(private_dirs_left());
+  EXPECT_EQ(listing(),
+            (std::set<std::string>{"dushin.dat", "ft.dat.isc", "ft.dat.isc.svg", "ft.dat.isc.temps",
+                                   "ft.dat.isc.temps.svg", "ic.inp", "nacme.dat"}));
+  // The scan: every gap of ead -/+ 1 eV, uphill ones from the reverse crossing.
+  const std::string scan = read_file("ft.dat.isc");
+  EXPECT_EQ(lines(scan), 1 + 201);
+  EXPECT_NE(scan.find("\n  3.00000000e+03   3.71952"), std::string::npos);
+  EXPECT_EQ(lines(read_file("ft.dat.isc.temps")), 1 + 2);
+
+  // Uphill, the three sublevels (one complex) averaged: |V|^2 = (0.25 + 0.5 + 0.25)/3 cm-2.
+  std::string text = read_file("ic.inp");
+  text.replace(text.find("ead = 3000"), 10, "ead = -3000");
+  write_file("up.inp", text);
+  const Result up = rate("--isc --soc 0.5,0.5:0.5,-0.5 cm-1 --spin triplet-singlet up.inp");
+  ASSERT_EQ(up.status, 0) << up.err;
+  for (const char* line :
+       {"(uphill: the initial state lies below the final one)", "\nk_ISC = 9.629786e+01 s-1\n",
+        "of the reverse crossing", "the average over the initial triplet's sublevels"})
+    EXPECT_NE(up.out.find(line), std::string::npos) << line << "\n" << up.out;
+
+  // Bad inputs: one line, status 2, nothing written.
+  const std::set<std::string> before = listing();
+  const std::pair<std::string, std::string> bad[] = {
+      {"--isc --soc 1 up.inp", "--soc 1 up.inp: expected the unit cm-1, eV or au"},
+      {"--isc --soc 1,x,2 cm-1 up.inp", "expected a number or a complex number re:im, found 'x'"},
+      {"--isc --soc 1,2 eV up.inp", "expected one value (summed over the sublevels) or three"},
+      {"--isc --soc 1 cm-1 --spin triplet-singlet up.inp", "a factor 3 apart"},
+      {"--isc --soc 1 cm-1 --spin triplets up.inp", "--spin triplets: expected singlet-triplet"},
+      {"--isc up.inp", "--isc needs the spin-orbit coupling"},
+      {"up.inp", "ead = -0.013669 hartree: the gap between the minima must be positive"},
+  };
+  for (const auto& [options, message] : bad) {
+    const Result e = rate(options);
+    EXPECT_EQ(e.status, 2) << options;
+    EXPECT_NE(e.err.find(message), std::string::npos) << options << "\n" << e.err;
+    EXPECT_EQ(lines(e.err), 1) << e.err;
+    EXPECT_EQ(e.out, "");
+  }
+  std::set<std::string> after = listing();
+  EXPECT_EQ(after, before);
+}
+
 }  // namespace
 }  // namespace ictvcf
