@@ -10,6 +10,10 @@
 #include <array>
 #include <complex>
 #include <string>
+#include <vector>
+
+#include "util/text_file.h"
+#include "vibronic/dushindata.h"
 
 namespace ictvcf {
 
@@ -38,5 +42,33 @@ double soc_squared(const SocValues& v, SpinRule rule);
 
 // How the rule counts the sublevels, in words.
 std::string spin_rule_words(SpinRule rule);
+
+// A spin-orbit coupling that depends on the geometry (Herzberg-Teller), in the layout of the
+// transition dipole file: per sublevel M = 0, +1, -1 the value at the final state's minimum and
+// its derivatives along the final state's mass-weighted normal coordinates,
+//
+//   # comment lines (and blank lines) anywhere
+//   0  V0 V+1 V-1 [unit]      the coupling itself; unit `au` (the default), `cm-1` or `eV`
+//   k  dV0 dV+1 dV-1          d V_M / d Q1k for mode k, in the coupling file's numbering
+//
+// each number real or complex (`re:im`); the unit word applies to every number of the file
+// (derivatives per atomic unit of the coordinate). Modes not listed have no derivative.
+struct SocFile {
+  std::array<std::complex<double>, 3> v0{};                      // hartree
+  std::vector<int> modes;                                        // as listed
+  std::vector<std::array<std::complex<double>, 3>> derivatives;  // per listed mode, hartree
+  std::string unit = "au";
+};
+
+// Reads the file. Throws IoError (file, line, what was expected) for a missing `0` line, a line
+// that is not an integer and three numbers, a mode listed twice, an unknown unit word.
+SocFile read_soc_file(TextFile& f);
+
+// The derivatives in the store's mode order, dV_M/dQ1k at [M * nmode + k] (M = 0, +1, -1 as 0,
+// 1, 2): each store mode takes the values listed at its state-1 number (counting the six
+// translations and rotations unless `n3all`). Throws IoError for a listed mode that is not one
+// of the store's, and for a coupling that is zero altogether.
+std::vector<std::complex<double>> soc_derivatives(const SocFile& file, const std::string& name,
+                                                  const DushinData& v, bool n3all);
 
 }  // namespace ictvcf

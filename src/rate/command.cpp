@@ -488,6 +488,8 @@ RateOptions parse_rate_options(const std::vector<std::string>& args) {
                          2);
       o.soc_unit = value();
       parse_soc_values(o.soc_values, o.soc_unit);  // checked before anything is read
+    } else if (a == "--soc-file") {
+      o.soc_file = value();
     } else if (a == "--spin") {
       o.spin = value();
       o.spin_given = true;
@@ -513,21 +515,25 @@ RateOptions parse_rate_options(const std::vector<std::string>& args) {
         "ictvcf rate: --isc gives k_ISC alone; --yield --soc ... adds it to the yield's "
         "denominator",
         2);
-  if (o.isc && o.soc_values.empty())
+  if (o.isc && o.soc_values.empty() == o.soc_file.empty())
     throw FatalError(
-        "ictvcf rate: --isc needs the spin-orbit coupling: --soc VALUES UNIT (one value summed "
-        "over the triplet's sublevels, or three for M = 0, +1, -1; unit cm-1, eV or au)",
+        "ictvcf rate: --isc needs the spin-orbit coupling, one of --soc VALUES UNIT (one value "
+        "summed over the triplet's sublevels, or three for M = 0, +1, -1; unit cm-1, eV or au) "
+        "or --soc-file FILE (its values and derivatives per sublevel)",
         2);
-  if (!o.isc && !o.yield && (!o.soc_values.empty() || o.spin_given))
-    throw FatalError("ictvcf rate: --soc and --spin belong to --isc (or --yield)", 2);
+  if (!o.isc && !o.yield && (!o.soc_values.empty() || !o.soc_file.empty() || o.spin_given))
+    throw FatalError("ictvcf rate: --soc, --soc-file and --spin belong to --isc (or --yield)", 2);
   if (!o.soc_values.empty())  // the rule with the values, before anything is read
     soc_squared(parse_soc_values(o.soc_values, o.soc_unit), parse_spin_rule(o.spin));
+  if (o.spin_given) parse_spin_rule(o.spin);
   if (o.isc && (o.real_axis || o.exact))
     throw FatalError(
         "ictvcf rate: --isc integrates on the shifted contour only (no --real-axis, --exact)", 2);
-  if (o.isc && o.modes)
+  if (o.isc && o.modes && o.soc_file.empty())
     throw FatalError(
-        "ictvcf rate: --modes with --isc: a constant spin-orbit coupling is lent by no mode", 2);
+        "ictvcf rate: --modes with --isc needs --soc-file: a constant spin-orbit coupling is "
+        "lent by no mode",
+        2);
   return o;
 }
 

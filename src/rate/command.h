@@ -21,6 +21,7 @@ struct RateOptions {
   double refractive_index = 1.0;         // of the medium the light is emitted into
   bool isc = false;                      // k_ISC from the spin-orbit coupling instead of k_IC
   std::string soc_values, soc_unit;      // --soc VALUES UNIT (empty: none given)
+  std::string soc_file;                  // --soc-file FILE: a coupling linear in the coordinates
   std::string spin = "singlet-triplet";  // --spin: how the triplet's sublevels count
   bool spin_given = false;
 };

@@ -12,6 +12,7 @@
 
 #include "engine/engine.h"
 #include "rate/contour.h"
+#include "rate/crossing.h"
 #include "rate/integral.h"
 #include "rate/radiative.h"
 #include "support/synthetic.h"
@@ -317,6 +318,40 @@ TEST(SumOverStates, HerzbergTellerDipoleWithDuschinskyRotation) {
             << temp << " K, gap " << gap_cm << " cm-1, Franck-Condon " << (l == &fc);
         EXPECT_EQ(r.reversed, temp > 0.0 && gap_cm < 0.0) << temp << " K, gap " << gap_cm;
       }
+  }
+}
+
+// A spin-orbit coupling linear in the coordinates, complex per sublevel (M = 0: V0 and its
+// derivatives complex, M = +1 real, M = -1 zero): its rate, summed and averaged over the
+// sublevels, against the golden rule of the lines of the real and imaginary parts (the
+// eigenvectors are real, so |<f|A + iB|i>|^2 = <f|A|i>^2 + <f|B|i>^2), downhill and uphill.
+TEST(SumOverStates, ComplexSpinOrbitCouplingPerSublevel) {
+  const double th = 0.35, w2a = 1150.0 / au2cm, w2b = 640.0 / au2cm;
+  const Model model{{1300.0, 700.0},
+                    {1150.0, 640.0},
+                    {std::sqrt(2.0 * 0.6 / w2a), -std::sqrt(2.0 * 0.3 / w2b)},
+                    {0.0, 0.0},
+                    {{std::cos(th), std::sin(th)}, {-std::sin(th), std::cos(th)}},
+                    300.0};
+  const Component re0{2e-5, {4e-6, -1e-6}}, im0{-1e-5, {0.0, 3e-6}}, re1{0.0, {-2e-6, 5e-6}};
+  SublevelCoupling v;
+  v.v0 = {cplx(2e-5, -1e-5), cplx(0.0, 0.0), cplx(0.0, 0.0)};
+  v.dv = {cplx(4e-6, 0.0), cplx(-1e-6, 3e-6), cplx(-2e-6, 0.0), cplx(5e-6, 0.0), 0.0, 0.0};
+  std::vector<Lines> parts;
+  for (const Component* c : {&re0, &im0, &re1}) parts.push_back(sum_over_states(model, 24, c));
+  const double sigma = 150.0 / au2cm;
+  const EngineInputs in = build(model);
+  for (double weight : {1.0, 1.0 / 3.0}) {
+    const Coupling c = linear_coupling(in, v, weight);
+    EXPECT_EQ(c.operators.size(), 2u);
+    const std::vector<double> gaps{-2000.0 / au2cm, 1500.0 / au2cm, 6000.0 / au2cm};
+    const CrossingRates r = crossing_rates(c, sigma, 1e-9, gaps);
+    for (std::size_t i = 0; i < gaps.size(); ++i) {
+      double want = 0.0;
+      for (const Lines& l : parts) want += weight * golden_rule(l, gaps[i], sigma);
+      EXPECT_NEAR(r.rates[i].rate / want, 1.0, 1e-8) << gaps[i] * au2cm << " cm-1, " << weight;
+      EXPECT_NEAR(std::exp(r.rates[i].log_rate) / want, 1.0, 1e-8);
+    }
   }
 }
 

@@ -272,9 +272,26 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
         "of the reverse crossing", "the average over the initial triplet's sublevels"})
     EXPECT_NE(up.out.find(line), std::string::npos) << line << "\n" << up.out;
 
+  // From a file: |V0_0| = |0.6 + 0.8i| = 1 cm-1 alone is the same rate; a derivative along the
+  // undisplaced mode 2 adds its own, with no interference (its lines are one quantum away).
+  write_file("soc.dat", "# S1 -> T1\n0  0.6:0.8 0 0  cm-1\n");
+  const Result file = rate("--isc --soc-file soc.dat ic.inp");
+  EXPECT_NE(file.out.find("\nk_ISC = 5.119949e+08 s-1\n"), std::string::npos) << file.out;
+  write_file("soc.dat", "0  0.6:0.8 0 0  cm-1\n2  0 0 10:3\n");
+  const Result ht = rate("--isc --soc-file soc.dat --modes ic.inp");
+  ASSERT_EQ(ht.status, 0) << ht.err;
+  for (const char* line : {"  Franck-Condon:   5.119949e+08 s-1", "  interference:    0.000000e+00",
+                           "\nmodes: 1 modes lend the coupling", "  mode    2     700.00 cm-1"})
+    EXPECT_NE(ht.out.find(line), std::string::npos) << line << "\n" << ht.out;
+  EXPECT_TRUE(testing::exists("ft.dat.isc.modes"));
+
   // Bad inputs: one line, status 2, nothing written.
+  write_file("row.dat", "0 1 0 0 cm-1\n2 0.1 zero 0\n");
+  write_file("unit.dat", "0 1 0 0 mhartree\n");
   const std::set<std::string> before = listing();
   const std::pair<std::string, std::string> bad[] = {
+      {"--isc --soc-file row.dat ic.inp", "row.dat, line 2: expected an integer and three numbers"},
+      {"--isc --soc-file unit.dat ic.inp", "unit.dat, line 1: expected the unit 'au', 'cm-1'"},
       {"--isc --soc 1 up.inp", "--soc 1 up.inp: expected the unit cm-1, eV or au"},
       {"--isc --soc 1,x,2 cm-1 up.inp", "expected a number or a complex number re:im, found 'x'"},
       {"--isc --soc 1,2 eV up.inp", "expected one value (summed over the sublevels) or three"},
