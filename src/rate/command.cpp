@@ -490,6 +490,8 @@ RateOptions parse_rate_options(const std::vector<std::string>& args) {
       parse_soc_values(o.soc_values, o.soc_unit);  // checked before anything is read
     } else if (a == "--soc-file") {
       o.soc_file = value();
+    } else if (a == "--isc-input") {
+      o.isc_input = value();
     } else if (a == "--spin") {
       o.spin = value();
       o.spin_given = true;
@@ -523,6 +525,16 @@ RateOptions parse_rate_options(const std::vector<std::string>& args) {
         2);
   if (!o.isc && !o.yield && (!o.soc_values.empty() || !o.soc_file.empty() || o.spin_given))
     throw FatalError("ictvcf rate: --soc, --soc-file and --spin belong to --isc (or --yield)", 2);
+  if (o.yield && !o.soc_values.empty() && !o.soc_file.empty())
+    throw FatalError("ictvcf rate: --soc and --soc-file: give one", 2);
+  if (o.yield && (!o.soc_values.empty() || !o.soc_file.empty()) != !o.isc_input.empty())
+    throw FatalError(
+        "ictvcf rate: --yield counts k_ISC with both the spin-orbit coupling (--soc or "
+        "--soc-file) and --isc-input FILE, the singlet-triplet crossing's own block (its gap "
+        "ead and its modes: the emission's block describes the singlet's other crossing)",
+        2);
+  if (!o.yield && !o.isc_input.empty())
+    throw FatalError("ictvcf rate: --isc-input belongs to --yield", 2);
   if (!o.soc_values.empty())  // the rule with the values, before anything is read
     soc_squared(parse_soc_values(o.soc_values, o.soc_unit), parse_spin_rule(o.spin));
   if (o.spin_given) parse_spin_rule(o.spin);

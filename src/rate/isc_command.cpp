@@ -9,6 +9,7 @@
 #include <cmath>
 #include <iostream>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -199,41 +200,100 @@ std::string file_line(const std::string& name, const SocData& soc) {
       std::abs(soc.file.v0[2]) * au2cm, soc.file.modes.size());
 }
 
-}  // namespace
-
-void isc_command(const RateOptions& o) {
-  const SpinRule rule = parse_spin_rule(o.spin);
-  const bool from_file = !o.soc_file.empty();
-  SocValues values;
-  double v2 = 1.0;
-  if (!from_file) {
-    values = parse_soc_values(o.soc_values, o.soc_unit);
-    v2 = soc_squared(values, rule);
-  }
+// The crossing's block, damping and coupling.
+struct Crossing {
   ParameterSet p;
   DushinData v;
-  if (!read_inputs(o.input, p, v, true)) return;
-  const Damping d = damping_from(p);
-  if (d.shape != DampingShape::gaussian)
-    throw FatalError(
-        "ictvcf rate: --isc integrates on the shifted contour, which needs a Gaussian line "
-        "(broadentype = gaussian)",
-        2);
-  const std::string base(rtrim(p.ftfile));
-  const EngineInputs in = engine_inputs(p, v);
+  Damping d;
+  SpinRule rule = SpinRule::singlet_triplet;
+  bool from_file = false;
+  SocValues values;
+  double v2 = 1.0;  // |V|^2 of a constant coupling
   SocData soc;
+  EngineInputs in;
   Coupling coupling;
-  if (from_file) {
-    TextFile f = open_text_file(o.soc_file);
-    soc.file = read_soc_file(f);
-    soc.sub.v0 = soc.file.v0;
-    soc.sub.dv = soc_derivatives(soc.file, o.soc_file, v, p.n3all);
-    for (const auto& z : soc.sub.v0) soc.constant = soc.constant || z != 0.0;
-    for (const auto& z : soc.sub.dv) soc.derivatives = soc.derivatives || z != 0.0;
-    coupling = file_coupling(in, soc, rule, CouplingPart::whole);
-  } else {
-    coupling = constant_coupling(in, v2);
+};
+
+bool read_crossing(const RateOptions& o, const std::string& input, Crossing& x) {
+  x.rule = parse_spin_rule(o.spin);
+  x.from_file = !o.soc_file.empty();
+  if (!x.from_file) {
+    x.values = parse_soc_values(o.soc_values, o.soc_unit);
+    x.v2 = soc_squared(x.values, x.rule);
   }
+  if (!read_inputs(input, x.p, x.v, true)) return false;
+  x.d = damping_from(x.p);
+  if (x.d.shape != DampingShape::gaussian)
+    throw FatalError(
+        "ictvcf rate: k_ISC is integrated on the shifted contour, which needs a Gaussian line "
+        "(broadentype = gaussian in " +
+            input + ")",
+        2);
+  x.in = engine_inputs(x.p, x.v);
+  if (x.from_file) {
+    TextFile f = open_text_file(o.soc_file);
+    x.soc.file = read_soc_file(f);
+    x.soc.sub.v0 = x.soc.file.v0;
+    x.soc.sub.dv = soc_derivatives(x.soc.file, o.soc_file, x.v, x.p.n3all);
+    for (const auto& z : x.soc.sub.v0) x.soc.constant = x.soc.constant || z != 0.0;
+    for (const auto& z : x.soc.sub.dv) x.soc.derivatives = x.soc.derivatives || z != 0.0;
+    x.coupling = file_coupling(x.in, x.soc, x.rule, CouplingPart::whole);
+  } else {
+    x.coupling = constant_coupling(x.in, x.v2);
+  }
+  return true;
+}
+
+// What the coupling is and how it counts.
+std::string coupling_lines(const RateOptions& o, const Crossing& x) {
+  if (!x.from_file) return coupling_line(x.values, x.rule, x.v2);
+  const double v0 =
+      std::norm(x.soc.file.v0[0]) + std::norm(x.soc.file.v0[1]) + std::norm(x.soc.file.v0[2]);
+  return file_line(o.soc_file, x.soc) + "\nrule: " + spin_rule_words(x.rule) + "\n" +
+         printed("|V0|^2 = %.6e cm-2 = %.6e au^2 (the Franck-Condon part's)",
+                 x.coupling.weight * v0 * au2cm * au2cm, x.coupling.weight * v0);
+}
+
+// k_ISC at ead at a temperature.
+double rate_at_temperature(const Crossing& x, double temp, double tol, double& error,
+                           std::vector<std::string>& warnings) {
+  Coupling c = x.coupling;
+  for (EngineInputs& op : c.operators) op.temp = temp;
+  const CrossingRates t = crossing_rates(c, x.d.width, tol, std::span<const double>(&x.p.ead, 1));
+  for (const std::string& w : t.warnings) warnings.push_back(printed("at %g K: ", temp) + w);
+  error = t.rates[0].error;
+  return t.rates[0].rate;
+}
+
+}  // namespace
+
+bool isc_channel(const RateOptions& o, IscChannel& channel) {
+  auto x = std::make_shared<Crossing>();
+  if (!read_crossing(o, o.isc_input, *x)) return false;
+  channel.lines = {printed("intersystem crossing: %s, ead = %.6g cm-1 = %.6g eV, ",
+                           o.isc_input.c_str(), x->p.ead * au2cm, x->p.ead * au2ev) +
+                       damping_line(x->d).substr(9) + (x->p.ead > 0.0 ? "" : " (uphill)"),
+                   coupling_lines(o, *x)};
+  const double tol = o.tol;
+  channel.rate_at = [x, tol](double temp, std::vector<std::string>& warnings) {
+    double error = 0.0;
+    return rate_at_temperature(*x, temp, tol, error, warnings);
+  };
+  return true;
+}
+
+void isc_command(const RateOptions& o) {
+  Crossing x;
+  if (!read_crossing(o, o.input, x)) return;
+  const ParameterSet& p = x.p;
+  const DushinData& v = x.v;
+  const Damping& d = x.d;
+  const SpinRule rule = x.rule;
+  const bool from_file = x.from_file;
+  const SocData& soc = x.soc;
+  const EngineInputs& in = x.in;
+  const Coupling& coupling = x.coupling;
+  const std::string base(rtrim(p.ftfile));
 
   // The scan with ead first: it anchors the contours.
   const std::vector<double> gaps = gap_grid(p.ead, kScanHalfWidthEv / au2ev, kScanPoints);
@@ -260,16 +320,7 @@ void isc_command(const RateOptions& o) {
             << printed("gap: ead = %.6g cm-1 = %.6g eV, temperature %.6g K", p.ead * au2cm,
                        p.ead * au2ev, p.temp)
             << (p.ead > 0.0 ? "" : " (uphill: the initial state lies below the final one)") << '\n';
-  if (from_file) {
-    const double v0 =
-        std::norm(soc.file.v0[0]) + std::norm(soc.file.v0[1]) + std::norm(soc.file.v0[2]);
-    std::cout << file_line(o.soc_file, soc) << "\nrule: " << spin_rule_words(rule) << '\n'
-              << printed("|V0|^2 = %.6e cm-2 = %.6e au^2 (the Franck-Condon part's)",
-                         coupling.weight * v0 * au2cm * au2cm, coupling.weight * v0)
-              << '\n';
-  } else {
-    std::cout << coupling_line(values, rule, v2) << '\n';
-  }
+  std::cout << coupling_lines(o, x) << '\n';
   std::cout << conventions_line(from_file) << '\n'
             << rate_line(k * au_per_second, log_k + std::log(au_per_second), "s-1")
             << rate_line(k, log_k, "au");
@@ -287,12 +338,9 @@ void isc_command(const RateOptions& o) {
     std::vector<double> at_t, errors;
     std::cout << "temperatures: T (K), k_ISC (s-1), estimated relative error\n";
     for (double temp : o.temps) {
-      Coupling c = coupling;
-      for (EngineInputs& op : c.operators) op.temp = temp;
-      const CrossingRates t = crossing_rates(c, d.width, o.tol, std::span<const double>(&p.ead, 1));
-      for (const std::string& w : t.warnings) warnings.push_back(printed("at %g K: ", temp) + w);
-      at_t.push_back(t.rates[0].rate);
-      errors.push_back(t.rates[0].error);
+      double error = 0.0;
+      at_t.push_back(rate_at_temperature(x, temp, o.tol, error, warnings));
+      errors.push_back(error);
       std::cout << printed("  %10.3f  %.6e  %.2g", temp, at_t.back() * au_per_second, errors.back())
                 << '\n';
     }

@@ -285,6 +285,22 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
     EXPECT_NE(ht.out.find(line), std::string::npos) << line << "\n" << ht.out;
   EXPECT_TRUE(testing::exists("ft.dat.isc.modes"));
 
+  // The yield with k_ISC from the crossing's own block in its denominator.
+  text = read_file("ic.inp");
+  text.replace(text.find("ead = 3000 cm-1"), 15, "ead = 3.0 eV");
+  write_file("s0.inp", text);
+  write_file("dipole.dat", "0 1 0 0\n");
+  const Result y = rate("--yield --soc 1 cm-1 --isc-input ic.inp s0.inp");
+  ASSERT_EQ(y.status, 0) << y.err;
+  for (const char* line : {"\nintersystem crossing: ic.inp, ead = 3000 cm-1",
+                           "\nPhi_F = k_r / (k_r + k_IC + k_ISC)\n", "  k_ISC = 5.119949e+08  "})
+    EXPECT_NE(y.out.find(line), std::string::npos) << line << "\n" << y.out;
+  std::istringstream row(read_file("ft.dat.yield").substr(read_file("ft.dat.yield").find('\n')));
+  double temp = 0, k_r = 0, k_ic = 0, phi = 0, more[4], k_isc = 0;
+  row >> temp >> k_r >> k_ic >> phi >> more[0] >> more[1] >> more[2] >> more[3] >> k_isc;
+  EXPECT_NEAR(k_isc / 5.119948735e8, 1.0, 1e-6);
+  EXPECT_NEAR(phi, k_r / (k_r + k_ic + k_isc), 1e-8);
+
   // Bad inputs: one line, status 2, nothing written.
   write_file("row.dat", "0 1 0 0 cm-1\n2 0.1 zero 0\n");
   write_file("unit.dat", "0 1 0 0 mhartree\n");
@@ -298,6 +314,7 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
       {"--isc --soc 1 cm-1 --spin triplet-singlet up.inp", "a factor 3 apart"},
       {"--isc --soc 1 cm-1 --spin triplets up.inp", "--spin triplets: expected singlet-triplet"},
       {"--isc up.inp", "--isc needs the spin-orbit coupling"},
+      {"--yield --soc 1 cm-1 s0.inp", "--yield counts k_ISC with both the spin-orbit coupling"},
       {"up.inp", "ead = -0.013669 hartree: the gap between the minima must be positive"},
   };
   for (const auto& [options, message] : bad) {
