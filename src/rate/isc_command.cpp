@@ -113,8 +113,8 @@ std::string method_line(const CrossingRates& c, const EngineInputs& in, double s
   return s;
 }
 
-double rate_at(const Coupling& c, double gap, double sigma, double tol, std::int64_t& evaluations,
-               std::vector<std::string>& warnings) {
+double coupling_rate(const Coupling& c, double gap, double sigma, double tol,
+                     std::int64_t& evaluations, std::vector<std::string>& warnings) {
   const CrossingRates r = crossing_rates(c, sigma, tol, std::span<const double>(&gap, 1));
   evaluations += r.evaluations;
   warnings.insert(warnings.end(), r.warnings.begin(), r.warnings.end());
@@ -126,10 +126,10 @@ void print_parts(const EngineInputs& in, const SocData& soc, SpinRule rule, doub
                  double sigma, double tol, double total, std::vector<std::string>& warnings) {
   if (!soc.constant || !soc.derivatives) return;
   std::int64_t evaluations = 0;
-  const double fc = rate_at(file_coupling(in, soc, rule, CouplingPart::franck_condon), gap, sigma,
-                            tol, evaluations, warnings);
-  const double ht = rate_at(file_coupling(in, soc, rule, CouplingPart::herzberg_teller), gap, sigma,
-                            tol, evaluations, warnings);
+  const double fc = coupling_rate(file_coupling(in, soc, rule, CouplingPart::franck_condon), gap,
+                                  sigma, tol, evaluations, warnings);
+  const double ht = coupling_rate(file_coupling(in, soc, rule, CouplingPart::herzberg_teller), gap,
+                                  sigma, tol, evaluations, warnings);
   double interference = total - fc - ht;
   if (std::fabs(interference) <= 10.0 * tol * (fc + ht)) interference = 0.0;
   auto pair = [](double au) { return printed("%.6e s-1 (%.6e au)", au * au_per_second, au); };
@@ -159,13 +159,13 @@ void lending_modes(const EngineInputs& in, const SocData& soc, SpinRule rule, do
     for (std::size_t m = 0; m < 3; ++m) any = any || soc.sub.dv[m * n + k] != 0.0;
     if (!any) continue;
     Row r{v.order(static_cast<int>(k) + 1, 1), in.omegag[k], 0.0, 0.0};
-    r.alone =
-        rate_at(file_coupling(in, soc, rule, CouplingPart::herzberg_teller, static_cast<int>(k)),
-                gap, sigma, tol, evaluations, warnings);
+    r.alone = coupling_rate(
+        file_coupling(in, soc, rule, CouplingPart::herzberg_teller, static_cast<int>(k)), gap,
+        sigma, tol, evaluations, warnings);
     if (soc.constant) {
       r.interference =
-          rate_at(file_coupling(in, soc, rule, CouplingPart::whole, static_cast<int>(k)), gap,
-                  sigma, tol, evaluations, warnings) -
+          coupling_rate(file_coupling(in, soc, rule, CouplingPart::whole, static_cast<int>(k)), gap,
+                        sigma, tol, evaluations, warnings) -
           fc - r.alone;
       if (std::fabs(r.interference) <= 10.0 * tol * (fc + r.alone)) r.interference = 0.0;
     }
@@ -329,8 +329,8 @@ void isc_command(const RateOptions& o) {
   if (from_file && o.modes) {
     std::int64_t evaluations = 0;
     const double fc = soc.constant
-                          ? rate_at(file_coupling(in, soc, rule, CouplingPart::franck_condon),
-                                    p.ead, d.width, o.tol, evaluations, warnings)
+                          ? coupling_rate(file_coupling(in, soc, rule, CouplingPart::franck_condon),
+                                          p.ead, d.width, o.tol, evaluations, warnings)
                           : 0.0;
     lending_modes(in, soc, rule, p.ead, d.width, o.tol, fc, base, v, warnings, written);
   }

@@ -1,5 +1,6 @@
 // Rates with the Franck-Condon and linear operators at gaps of either sign: one displaced mode
-// against its Bessel progression (evaluated independently to 30 digits), uphill included; and
+// against its Bessel and Poisson progressions (evaluated independently to 30 digits), uphill
+// included, at 300, 77, 10 and 0 K; and
 // detailed balance between a crossing and its reverse, with rotation and frequency changes.
 #include <gtest/gtest.h>
 
@@ -42,6 +43,18 @@ TEST(Crossing, OneDisplacedModeAtGapsOfEitherSign) {
     bool reversed = false;
     EXPECT_NEAR(v * v * rate(ctx, gap / kCm, sigma, &reversed) / kSecond / want, 1.0, 1e-8) << gap;
     EXPECT_EQ(reversed, gap < 0) << gap;  // the saddle point of uphill gaps lies below -beta/2
+  }
+  // Colder, uphill, K itself (au): the Poisson progression at 0 K (no reverse crossing: the strip
+  // has no end below), the Bessel one at 10 K (through the reverse crossing) and 77 K.
+  const double cold[][3] = {{0.0, -3000, 1.148581123e-46},
+                            {10.0, -6000, 3.0603706981e-193},
+                            {77.0, -3000, 6.7742411826e-22}};
+  for (const auto& [temp, gap, want] : cold) {
+    in.temp = temp * kelvin_per_hartree / kKelvin;
+    EngineContext at(in);
+    bool reversed = false;
+    EXPECT_NEAR(rate(at, gap / kCm, sigma, &reversed) / want, 1.0, 1e-8) << temp << " K";
+    EXPECT_EQ(reversed, temp > 0.0);
   }
 }
 
