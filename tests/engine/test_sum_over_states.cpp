@@ -301,13 +301,18 @@ TEST(SumOverStates, HerzbergTellerDipoleWithDuschinskyRotation) {
     EXPECT_NEAR(radiative_rate(mo, gap, sigma, 1.0) / (emission_prefactor(1.0) * want), 1.0, 1e-8)
         << temp << " K";
 
-    // The golden rule of this operator and of the Franck-Condon one (O = 1) on the contour at
-    // gaps of either sign (uphill ones at 300 K through the reverse crossing).
+    // The Franck-Condon correlation function (O = 1, C(0) = 1), and the golden rule of both
+    // operators on the contour at gaps of either sign (uphill ones at 300 K through the reverse
+    // crossing).
     const Component unit{1.0, {0.0, 0.0}};
     const Lines fc = sum_over_states(model, 24, &unit);
     EngineInputs fc_in = build(model);
     fc_in.op.kind = OperatorKind::franck_condon;
     EngineContext fc_ctx(fc_in);
+    const std::vector<cplx> c_fc = exact_correlation(fc_ctx, dt, 600, warnings);
+    for (std::size_t k = 0; k < c_fc.size(); ++k)
+      ASSERT_LT(std::abs(c_fc[k] - correlation_at(fc, dt * static_cast<double>(k))), 1e-8)
+          << temp << " K, Franck-Condon, t = " << dt * static_cast<double>(k);
     for (double gap_cm : {-2000.0, -800.0, 1500.0, 6000.0})
       for (auto [c_ctx, l] :
            {std::pair<EngineContext*, const Lines*>{&ctx, &lines}, {&fc_ctx, &fc}}) {
