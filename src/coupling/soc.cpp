@@ -85,6 +85,9 @@ SocValues parse_soc_values(const std::string& values, const std::string& unit) {
                        2);
     out.sublevel[i] = z * scale;
   }
+  if (soc_sum(out) == 0.0)
+    throw FatalError(what + "expected a spin-orbit coupling that is not zero: it couples nothing",
+                     2);
   return out;
 }
 

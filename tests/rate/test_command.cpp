@@ -311,6 +311,7 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
       {"--isc --soc 1 up.inp", "--soc 1 up.inp: expected the unit cm-1, eV or au"},
       {"--isc --soc 1,x,2 cm-1 up.inp", "expected a number or a complex number re:im, found 'x'"},
       {"--isc --soc 1,2 eV up.inp", "expected one value (summed over the sublevels) or three"},
+      {"--isc --soc 0,0:0,0 au up.inp", "expected a spin-orbit coupling that is not zero"},
       {"--isc --soc 1 cm-1 --spin triplet-singlet up.inp", "a factor 3 apart"},
       {"--isc --soc 1 cm-1 --spin triplets up.inp", "--spin triplets: expected singlet-triplet"},
       {"--isc up.inp", "--isc needs the spin-orbit coupling"},
