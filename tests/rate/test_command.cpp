@@ -272,6 +272,12 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
         "of the reverse crossing", "the average over the initial triplet's sublevels"})
     EXPECT_NE(up.out.find(line), std::string::npos) << line << "\n" << up.out;
 
+  // 1 cm-1 in the other units: the same rate.
+  for (const char* soc : {"4.5563352667e-06 au", "1.2398424402e-04 eV"})
+    EXPECT_NE(rate(std::string("--isc --soc ") + soc + " ic.inp")
+                  .out.find("\nk_ISC = 5.119949e+08 s-1\n"),
+              std::string::npos)
+        << soc;
   // From a file: |V0_0| = |0.6 + 0.8i| = 1 cm-1 alone is the same rate; a derivative along the
   // undisplaced mode 2 adds its own, with no interference (its lines are one quantum away).
   write_file("soc.dat", "# S1 -> T1\n0  0.6:0.8 0 0  cm-1\n");
