@@ -681,6 +681,18 @@ ContourResult direct_rates(EngineContext& ctx, const ContourSettings& settings,
   return result;
 }
 
+// S S^T = 1 within 1e-6: the reverse crossing's S^T is then S^-1 (a Duschinsky matrix of two
+// frequency calculations is orthogonal to their rounding).
+bool orthogonal(const Matrix<double>& s) {
+  for (int i = 1; i <= s.rows; ++i)
+    for (int j = 1; j <= s.rows; ++j) {
+      double x = i == j ? -1.0 : 0.0;
+      for (int k = 1; k <= s.cols; ++k) x += s(i, k) * s(j, k);
+      if (!(std::fabs(x) <= 1e-6)) return false;
+    }
+  return true;
+}
+
 // ln sinh(x), x > 0, without overflow.
 double ln_sinh(double x) { return x + std::log1p(-std::exp(-2.0 * x)) - kLn2; }
 
@@ -728,7 +740,8 @@ ContourResult contour_rates(EngineContext& ctx, const ContourSettings& settings,
         printed("ictvcf rate: temp = %g K: the temperature must be 0 or more", ctx.in.temp), 2);
   const double wmax = highest_frequency(ctx.in);
   if (!(wmax > 0.0)) throw FatalError("ictvcf rate: no vibrational frequency above zero", 2);
-  if (with_pairs || ctx.in.op.kind == OperatorKind::coupling || !(ctx.in.temp > 0.0))
+  if (with_pairs || ctx.in.op.kind == OperatorKind::coupling || !(ctx.in.temp > 0.0) ||
+      !orthogonal(ctx.in.s))
     return direct_rates(ctx, settings, gaps, with_pairs);
 
   // The gap whose saddle point is -beta/2: phi'(-beta/2) = -E + L'(-beta/2) - sigma^2 beta/2 = 0

@@ -66,7 +66,8 @@ struct ContourResult {
 // and phi_21(E, tau) = const + phi_12(-E - beta sigma^2, -beta - tau). For the Franck-Condon and
 // the linear operators (not the coupling, whose rates ask for gaps above the spectrum's mean), a
 // gap whose saddle point lies below -beta/2 is computed from the reverse crossing, whose saddle
-// point then lies above -beta/2, inside its strip, at the same relative accuracy.
+// point then lies above -beta/2, inside its strip, at the same relative accuracy (above 0 K, and
+// for an orthogonal S, S S^T = 1 within 1e-6; otherwise every gap on this crossing's contours).
 ContourResult contour_rates(EngineContext& ctx, const ContourSettings& settings,
                             std::span<const double> gaps, bool with_pairs = false);
 
