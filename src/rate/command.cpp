@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "coupling/soc.h"
 #include "engine/branch.h"
 #include "engine/engine.h"
 #include "rate/analysis.h"
@@ -109,7 +110,7 @@ std::string scan_text(const std::vector<double>& gaps, const std::vector<double>
 
 // The block and the data files, read without leaving anything in the working directory, and
 // the checks of the run. False when a reader has asked the run to stop.
-bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v) {
+bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v, bool any_gap) {
   Units units;
   std::ofstream no_log;
   {
@@ -119,7 +120,7 @@ bool read_inputs(const std::string& infile, ParameterSet& p, DushinData& v) {
   if (p.is_exit != 0) return false;
   if (rtrim(p.ftfile).empty())
     throw IoError(infile, 0, "ftfile in the &ic_tvcf block: the rate files are named after it");
-  if (!(p.ead > 0.0))
+  if (!(p.ead > 0.0) && !(any_gap && std::isfinite(p.ead)))
     throw IoError(infile, 0,
                   printed("ead = %g hartree: the gap between the minima must be positive (the "
                           "initial state above the final one)",
@@ -477,6 +478,23 @@ RateOptions parse_rate_options(const std::vector<std::string>& args) {
                              ": expected the medium's refractive index, a number above 0 (1 for "
                              "vacuum, about 1.33 for water)",
                          2);
+    } else if (a == "--isc") {
+      o.isc = true;
+    } else if (a == "--soc") {
+      o.soc_values = value();
+      if (i + 1 >= args.size())
+        throw FatalError("ictvcf rate: --soc " + o.soc_values +
+                             ": expected the values and a unit, cm-1, eV or au",
+                         2);
+      o.soc_unit = value();
+      parse_soc_values(o.soc_values, o.soc_unit);  // checked before anything is read
+    } else if (a == "--soc-file") {
+      o.soc_file = value();
+    } else if (a == "--isc-input") {
+      o.isc_input = value();
+    } else if (a == "--spin") {
+      o.spin = value();
+      o.spin_given = true;
     } else if (a.size() > 1 && a[0] == '-') {
       throw FatalError("ictvcf rate: unknown option " + a, 2);
     } else if (o.input.empty()) {
@@ -494,12 +512,47 @@ RateOptions parse_rate_options(const std::vector<std::string>& args) {
         "the shifted contour only",
         2);
   if (o.yield && o.modes) throw FatalError("ictvcf rate: --modes does not combine with --yield", 2);
+  if (o.isc && (o.radiative || o.yield))
+    throw FatalError(
+        "ictvcf rate: --isc gives k_ISC alone; --yield --soc ... adds it to the yield's "
+        "denominator",
+        2);
+  if (o.isc && o.soc_values.empty() == o.soc_file.empty())
+    throw FatalError(
+        "ictvcf rate: --isc needs the spin-orbit coupling, one of --soc VALUES UNIT (one value "
+        "summed over the triplet's sublevels, or three for M = 0, +1, -1; unit cm-1, eV or au) "
+        "or --soc-file FILE (its values and derivatives per sublevel)",
+        2);
+  if (!o.isc && !o.yield && (!o.soc_values.empty() || !o.soc_file.empty() || o.spin_given))
+    throw FatalError("ictvcf rate: --soc, --soc-file and --spin belong to --isc (or --yield)", 2);
+  if (o.yield && !o.soc_values.empty() && !o.soc_file.empty())
+    throw FatalError("ictvcf rate: --soc and --soc-file: give one", 2);
+  if (o.yield && (!o.soc_values.empty() || !o.soc_file.empty()) != !o.isc_input.empty())
+    throw FatalError(
+        "ictvcf rate: --yield counts k_ISC with both the spin-orbit coupling (--soc or "
+        "--soc-file) and --isc-input FILE, the singlet-triplet crossing's own block (its gap "
+        "ead and its modes: the emission's block describes the singlet's other crossing)",
+        2);
+  if (!o.yield && !o.isc_input.empty())
+    throw FatalError("ictvcf rate: --isc-input belongs to --yield", 2);
+  if (!o.soc_values.empty())  // the rule with the values, before anything is read
+    soc_squared(parse_soc_values(o.soc_values, o.soc_unit), parse_spin_rule(o.spin));
+  if (o.spin_given) parse_spin_rule(o.spin);
+  if (o.isc && (o.real_axis || o.exact))
+    throw FatalError(
+        "ictvcf rate: --isc integrates on the shifted contour only (no --real-axis, --exact)", 2);
+  if (o.isc && o.modes && o.soc_file.empty())
+    throw FatalError(
+        "ictvcf rate: --modes with --isc needs --soc-file: a constant spin-orbit coupling is "
+        "lent by no mode",
+        2);
   return o;
 }
 
 int run_rate(const RateOptions& options) {
   if (options.radiative) return guarded([&] { radiative_command(options); });
   if (options.yield) return guarded([&] { yield_command(options); });
+  if (options.isc) return guarded([&] { isc_command(options); });
   return guarded([&] { rate_command(options); });
 }
 

@@ -557,21 +557,13 @@ void Band::integrate(std::span<const double> gaps, double centre, double phi2, d
   }
 }
 
-}  // namespace
-
-ContourResult contour_rates(EngineContext& ctx, const ContourSettings& settings,
-                            std::span<const double> gaps, bool with_pairs) {
+// The rates of the gaps on contours of this crossing (inputs checked).
+ContourResult direct_rates(EngineContext& ctx, const ContourSettings& settings,
+                           std::span<const double> gaps, bool with_pairs) {
   ContourResult result;
   result.rates.resize(gaps.size());
   if (gaps.empty()) return result;
-  if (!(settings.sigma > 0.0))
-    throw FatalError("ictvcf rate: the contour needs a Gaussian damping of positive width", 2);
-  if (!(ctx.in.temp >= 0.0))
-    throw FatalError(
-        printed("ictvcf rate: temp = %g K: the temperature must be 0 or more", ctx.in.temp), 2);
-  const double wmax = highest_frequency(ctx.in);
-  if (!(wmax > 0.0)) throw FatalError("ictvcf rate: no vibrational frequency above zero", 2);
-  const double unit = 0.5 / wmax;
+  const double unit = 0.5 / highest_frequency(ctx.in);
   Phi phi(ctx, settings.sigma, result.evaluations);
   const AliasBound bound(phi, settings.sigma);
 
@@ -676,6 +668,116 @@ ContourResult contour_rates(EngineContext& ctx, const ContourSettings& settings,
         "is so far below its neighbours that no contour avoids cancellation",
         settings.tol, missed, gaps.size(), worst,
         std::isinf(worst) ? ", or a rate not positive" : ""));
+  return result;
+}
+
+// S S^T = 1 within 1e-6: the reverse crossing's S^T is then S^-1 (a Duschinsky matrix of two
+// frequency calculations is orthogonal to their rounding).
+bool orthogonal(const Matrix<double>& s) {
+  for (int i = 1; i <= s.rows; ++i)
+    for (int j = 1; j <= s.rows; ++j) {
+      double x = i == j ? -1.0 : 0.0;
+      for (int k = 1; k <= s.cols; ++k) x += s(i, k) * s(j, k);
+      if (!(std::fabs(x) <= 1e-6)) return false;
+    }
+  return true;
+}
+
+// ln sinh(x), x > 0, without overflow.
+double ln_sinh(double x) { return x + std::log1p(-std::exp(-2.0 * x)) - kLn2; }
+
+}  // namespace
+
+EngineInputs reverse_crossing(const EngineInputs& in) {
+  EngineInputs out = in;
+  const int n = in.nmode;
+  std::swap(out.omegag, out.omegae);
+  for (int j = 1; j <= n; ++j)
+    for (int k = 1; k <= n; ++k) out.s(j, k) = in.s(k, j);
+  for (int j = 0; j < n; ++j) {
+    out.d[j] = 0.0;
+    for (int k = 0; k < n; ++k) out.d[j] -= in.s(k + 1, j + 1) * in.d[k];
+  }
+  if (in.op.kind == OperatorKind::dipole && !in.op.dmu.empty()) {
+    for (std::size_t c = 0; c < 3; ++c) {
+      const double* m = in.op.dmu.data() + c * n;
+      double* sm = out.op.dmu.data() + c * n;
+      for (int j = 0; j < n; ++j) {
+        sm[j] = 0.0;
+        for (int k = 0; k < n; ++k) sm[j] += in.s(j + 1, k + 1) * m[k];
+        out.op.mu0[c] -= sm[j] * in.d[j];
+      }
+    }
+  }
+  return out;
+}
+
+double ln_partition_ratio(const EngineInputs& in) {
+  const double beta = beta_of(in);
+  double l = 0.0;
+  for (int j = 0; j < in.nmode; ++j)
+    l += ln_sinh(0.5 * beta * in.omegag[j]) - ln_sinh(0.5 * beta * in.omegae[j]);
+  return l;
+}
+
+ContourResult contour_rates(EngineContext& ctx, const ContourSettings& settings,
+                            std::span<const double> gaps, bool with_pairs) {
+  if (gaps.empty()) return {};
+  if (!(settings.sigma > 0.0))
+    throw FatalError("ictvcf rate: the contour needs a Gaussian damping of positive width", 2);
+  if (!(ctx.in.temp >= 0.0))
+    throw FatalError(
+        printed("ictvcf rate: temp = %g K: the temperature must be 0 or more", ctx.in.temp), 2);
+  const double wmax = highest_frequency(ctx.in);
+  if (!(wmax > 0.0)) throw FatalError("ictvcf rate: no vibrational frequency above zero", 2);
+  if (with_pairs || ctx.in.op.kind == OperatorKind::coupling || !(ctx.in.temp > 0.0) ||
+      !orthogonal(ctx.in.s))
+    return direct_rates(ctx, settings, gaps, with_pairs);
+
+  // The gap whose saddle point is -beta/2: phi'(-beta/2) = -E + L'(-beta/2) - sigma^2 beta/2 = 0
+  // (L = ln C(i tau), a central difference). Gaps below it go to the reverse crossing.
+  const double beta = beta_of(ctx.in), sigma = settings.sigma, delta = 0.5 / wmax;
+  std::int64_t probes = 0;
+  Phi phi(ctx, sigma, probes);
+  const double split =
+      (phi.ln_c(-0.5 * beta + delta) - phi.ln_c(-0.5 * beta - delta)) / (2.0 * delta) -
+      0.5 * sigma * sigma * beta;
+  std::vector<double> forward, reverse;
+  std::vector<std::size_t> at(gaps.size());
+  for (std::size_t i = 0; i < gaps.size(); ++i) {
+    // Not a number (the values at -beta/2 not finite): every gap on this crossing's contours.
+    const bool back = gaps[i] < split;
+    at[i] = back ? reverse.size() : forward.size();
+    (back ? reverse : forward).push_back(back ? -gaps[i] - beta * sigma * sigma : gaps[i]);
+  }
+  if (reverse.empty()) {
+    ContourResult r = direct_rates(ctx, settings, gaps, false);
+    r.evaluations += probes;
+    return r;
+  }
+  const EngineInputs back_in = reverse_crossing(ctx.in);
+  EngineContext back_ctx(back_in, ctx.threads);
+  const ContourResult f = direct_rates(ctx, settings, forward, false);
+  const ContourResult b = direct_rates(back_ctx, settings, reverse, false);
+  ContourResult result;
+  result.contours = f.contours + b.contours;
+  result.evaluations = f.evaluations + b.evaluations + probes;
+  result.warnings = f.warnings;
+  for (const std::string& w : b.warnings)
+    result.warnings.push_back("on the reverse crossing (detailed balance): " + w);
+  const double ln_z = -ln_partition_ratio(ctx.in);  // ln(Z1/Z2)
+  for (std::size_t i = 0; i < gaps.size(); ++i) {
+    const bool back = gaps[i] < split;
+    GapRate r = (back ? b : f).rates[at[i]];
+    if (back) {
+      const double ln_factor = ln_z + beta * gaps[i] + 0.5 * beta * beta * sigma * sigma;
+      r.gap = gaps[i];
+      r.log_rate += ln_factor;
+      r.rate = std::isfinite(r.log_rate) ? std::exp(r.log_rate) : r.rate * std::exp(ln_factor);
+      r.reversed = true;
+    }
+    result.rates.push_back(r);
+  }
   return result;
 }
 

@@ -224,7 +224,8 @@ std::vector<double> nice_ticks(double lo, double hi, int most) {
 }
 
 std::string gap_law_svg(std::span<const double> gaps, std::span<const double> rates, double ead,
-                        double rate_at_ead, const Damping& d, double nyquist) {
+                        double rate_at_ead, const Damping& d, double nyquist,
+                        const std::string& rate) {
   std::vector<double> x(gaps.size()), y(gaps.size(), kNaN);
   double ylo = std::numeric_limits<double>::infinity(), yhi = -ylo;
   int missing = 0;
@@ -245,8 +246,8 @@ std::string gap_law_svg(std::span<const double> gaps, std::span<const double> ra
   const Frame f{xlo, xhi, ylo, yhi};
 
   std::string s = header();
-  s += axes(f,
-            {"Energy-gap law of k_IC — " + damping_words(d), "gap ΔE", "eV", "log₁₀ k_IC", "s⁻¹"});
+  s += axes(f, {"Energy-gap law of " + rate + " — " + damping_words(d), "gap ΔE", "eV",
+                "log₁₀ " + rate, "s⁻¹"});
   s += clip_start();
   if (nyquist * au2ev < xhi) {
     const double xn = std::max(f.px(nyquist * au2ev), kLeft);
@@ -271,16 +272,16 @@ std::string gap_law_svg(std::span<const double> gaps, std::span<const double> ra
   if (rate_at_ead > 0.0) {
     const double ye = f.py(std::log10(rate_at_ead * au_per_second));
     s += printed("<circle id=\"ead\" cx=\"%.1f\" cy=\"%.1f\" r=\"5\" fill=\"#c0392b\"/>\n", xe, ye);
-    mark += "k_IC = " + scientific(rate_at_ead * au_per_second) + " s⁻¹";
+    mark += rate + " = " + scientific(rate_at_ead * au_per_second) + " s⁻¹";
   } else {
-    mark += "k_IC ≤ 0 (no logarithm)";
+    mark += rate + " ≤ 0 (no logarithm)";
   }
   s += "</g>\n<g font-size=\"13\">\n";
   s += text(kLeft + 4, kTop - 14, mark, "start", " fill=\"#c0392b\"");
   if (missing > 0)
     s += text(kRight, kHeight - 18,
-              printed("%d of %zu gaps with k_IC ≤ 0 not drawn", missing, gaps.size()), "end",
-              " fill=\"#555555\" font-size=\"12\"");
+              printed("%d of %zu gaps with %s ≤ 0 not drawn", missing, gaps.size(), rate.c_str()),
+              "end", " fill=\"#555555\" font-size=\"12\"");
   s += "</g>\n</svg>\n";
   return s;
 }
@@ -388,7 +389,8 @@ std::string modes_svg(const Decomposition& d, std::size_t most) {
   return s;
 }
 
-std::string temps_svg(std::span<const double> temps, std::span<const double> rates) {
+std::string temps_svg(std::span<const double> temps, std::span<const double> rates,
+                      const std::string& rate) {
   std::vector<double> x, y;
   bool zero = false;
   double ylo = std::numeric_limits<double>::infinity(), yhi = -ylo;
@@ -413,7 +415,7 @@ std::string temps_svg(std::span<const double> temps, std::span<const double> rat
   std::vector<double> xs, ys;
   for (std::size_t i : order) xs.push_back(x[i]), ys.push_back(y[i]);
   std::string s = header();
-  s += axes(f, {"Temperature dependence of k_IC", "1000/T", "K⁻¹", "log₁₀ k_IC", "s⁻¹"});
+  s += axes(f, {"Temperature dependence of " + rate, "1000/T", "K⁻¹", "log₁₀ " + rate, "s⁻¹"});
   s += clip_start();
   s += path(f, xs, ys, "stroke=\"#1f5fa8\" stroke-width=\"2\"");
   s += "<g fill=\"#1f5fa8\">\n";

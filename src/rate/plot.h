@@ -14,9 +14,10 @@ namespace ictvcf {
 
 // log10 k_IC (s-1) against the gap (eV), the point at `ead` marked. Gaps whose rate is not
 // positive have no logarithm: the curve is broken there and their number is noted. Gaps above
-// `nyquist` (pi/dt) are shaded as aliased.
+// `nyquist` (pi/dt) are shaded as aliased. `rate` names the rate (k_IC, k_ISC).
 std::string gap_law_svg(std::span<const double> gaps, std::span<const double> rates, double ead,
-                        double rate_at_ead, const Damping& d, double nyquist);
+                        double rate_at_ead, const Damping& d, double nyquist,
+                        const std::string& rate = "k_IC");
 
 // Re C(t) and Im C(t) (au) against t (fs) for t = k dt, k = 0 .. nt, and the damping envelope
 // +-|C(0)| D(t).
@@ -27,7 +28,8 @@ std::string correlation_svg(std::span<const std::complex<double>> c, double dt, 
 std::string modes_svg(const Decomposition& d, std::size_t most);
 
 // log10 k_IC (s-1) against 1000/T (an Arrhenius plot); T = 0 has no place on it and is noted.
-std::string temps_svg(std::span<const double> temps, std::span<const double> rates);
+std::string temps_svg(std::span<const double> temps, std::span<const double> rates,
+                      const std::string& rate = "k_IC");
 
 // The emission spectrum, normalised to its peak, against the photon energy (cm-1), with k_r,
 // the temperature and the refractive index in the title line.

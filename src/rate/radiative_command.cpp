@@ -276,6 +276,9 @@ void yield_command(const RateOptions& o) {
   Molecule m;
   if (!read_molecule(o, m)) return;
   const Dipole dip = read_dipole(o.dipole, m);
+  IscChannel isc;
+  const bool with_isc = !o.isc_input.empty();
+  if (with_isc && !isc_channel(o, isc)) return;
   const EngineInputs in = engine_inputs(m.p, m.v);
   const double sigma = m.d.width, n = o.refractive_index;
   const std::vector<double> temps = o.temps.empty() ? std::vector<double>{m.p.temp} : o.temps;
@@ -286,16 +289,23 @@ void yield_command(const RateOptions& o) {
   std::cout << damping_line(m.d) << '\n'
             << printed("gap: ead = %.6g cm-1 = %.6g eV", m.p.ead * au2cm, m.p.ead * au2ev) << '\n'
             << dipole_line(dip) << '\n'
-            << conventions_line(o, dip) << '\n'
-            << "Phi_F = k_r / (k_r + k_IC); no intersystem crossing counted\n"
-            << printed(
-                   "yield: T (K), k_r (s-1), k_IC (s-1), Phi_F; k_IC and Phi_F with the FWHM "
+            << conventions_line(o, dip) << '\n';
+  if (with_isc) {
+    for (const std::string& line : isc.lines) std::cout << line << '\n';
+    std::cout << "Phi_F = k_r / (k_r + k_IC + k_ISC)\n";
+  } else {
+    std::cout << "Phi_F = k_r / (k_r + k_IC); no intersystem crossing counted\n";
+  }
+  std::cout << printed(
+                   "yield: T (K), k_r (s-1), k_IC (s-1), %sPhi_F; k_IC and Phi_F with the FWHM "
                    "%.4g and %.4g cm-1 (x%.2g, x%.3g)",
-                   line_fwhm(m.d) * kNarrow * au2cm, line_fwhm(m.d) * kWide * au2cm, kNarrow, kWide)
+                   with_isc ? "k_ISC (s-1), " : "", line_fwhm(m.d) * kNarrow * au2cm,
+                   line_fwhm(m.d) * kWide * au2cm, kNarrow, kWide)
             << '\n';
   std::string s =
-      printed("#%15s %24s %24s %16s %24s %16s %24s %16s\n", "T(K)", "k_r(s-1)", "k_IC(s-1)",
-              "Phi_F", "k_IC(x0.8)(s-1)", "Phi_F(x0.8)", "k_IC(x1.25)(s-1)", "Phi_F(x1.25)");
+      printed("#%15s %24s %24s %16s %24s %16s %24s %16s", "T(K)", "k_r(s-1)", "k_IC(s-1)", "Phi_F",
+              "k_IC(x0.8)(s-1)", "Phi_F(x0.8)", "k_IC(x1.25)(s-1)", "Phi_F(x1.25)");
+  s += with_isc ? printed(" %24s\n", "k_ISC(s-1)") : "\n";
   for (double temp : temps) {
     EngineInputs at_t = in;
     at_t.temp = temp;
@@ -309,15 +319,17 @@ void yield_command(const RateOptions& o) {
       for (const std::string& w : c.warnings) warnings.push_back(printed("at %g K: ", temp) + w);
       kic[i] = c.rates[0].rate;
     }
-    auto phi = [&](double k) { return r.total / (r.total + k); };
-    s += printed("%16.8e %24.16e %24.16e %16.8e %24.16e %16.8e %24.16e %16.8e\n", temp,
+    const double kisc = with_isc ? isc.rate_at(temp, warnings) : 0.0;
+    auto phi = [&](double k) { return r.total / (r.total + k + kisc); };
+    s += printed("%16.8e %24.16e %24.16e %16.8e %24.16e %16.8e %24.16e %16.8e", temp,
                  r.total * au_per_second, kic[0] * au_per_second, phi(kic[0]),
                  kic[1] * au_per_second, phi(kic[1]), kic[2] * au_per_second, phi(kic[2]));
-    std::cout << printed(
-                     "  %10.3f  k_r = %.6e  k_IC = %.6e  Phi_F = %.6f   (k_IC %.3e .. %.3e, "
-                     "Phi_F %.6f .. %.6f)",
-                     temp, r.total * au_per_second, kic[0] * au_per_second, phi(kic[0]),
-                     kic[1] * au_per_second, kic[2] * au_per_second, phi(kic[1]), phi(kic[2]))
+    s += with_isc ? printed(" %24.16e\n", kisc * au_per_second) : "\n";
+    std::cout << printed("  %10.3f  k_r = %.6e  k_IC = %.6e  ", temp, r.total * au_per_second,
+                         kic[0] * au_per_second)
+              << (with_isc ? printed("k_ISC = %.6e  ", kisc * au_per_second) : "")
+              << printed("Phi_F = %.6f   (k_IC %.3e .. %.3e, Phi_F %.6f .. %.6f)", phi(kic[0]),
+                         kic[1] * au_per_second, kic[2] * au_per_second, phi(kic[1]), phi(kic[2]))
               << '\n';
   }
   write_text(m.base + ".yield", s, "quantum yield");

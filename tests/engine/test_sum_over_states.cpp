@@ -5,6 +5,7 @@
 // the same for a transition dipole linear in the coordinates (Herzberg-Teller) and its k_r.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <numbers>
@@ -12,6 +13,7 @@
 
 #include "engine/engine.h"
 #include "rate/contour.h"
+#include "rate/crossing.h"
 #include "rate/integral.h"
 #include "rate/radiative.h"
 #include "support/synthetic.h"
@@ -176,11 +178,23 @@ Lines sum_over_states(const Model& m, int size, const Component* dipole = nullpt
       }
     }
     for (int f = 0; f < wide; ++f) {
-      if (pop * vv[f] * vv[f] < 1e-22) continue;  // the whole spectrum is about 1e-3 or more
+      if (vv[f] == 0.0) continue;
       out.freq.push_back(e2[v] - energy(levels(f, big, n), w1));
       out.weight.push_back(pop * vv[f] * vv[f]);
     }
   }
+  // Lines below 1e-20 of the strongest add nothing the checks can see; leaving them out keeps
+  // the sums over the time grid short.
+  double strongest = 0.0;
+  for (double w : out.weight) strongest = std::max(strongest, w);
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < out.weight.size(); ++i)
+    if (out.weight[i] >= 1e-20 * strongest) {
+      out.freq[kept] = out.freq[i];
+      out.weight[kept++] = out.weight[i];
+    }
+  out.freq.resize(kept);
+  out.weight.resize(kept);
   return out;
 }
 
@@ -273,7 +287,8 @@ TEST(SumOverStates, TwoModesWithDuschinskyRotation) {
 }
 
 // A Herzberg-Teller dipole with two components, (mu0 + m.Q, m'.Q, 0): its correlation function
-// on the real axis and its k_r against the lines of both components, at 300 K and 0 K.
+// on the real axis and its k_r against the lines of both components, at 300 K and 0 K; its rates
+// and the Franck-Condon ones on the contour at gaps of either sign.
 TEST(SumOverStates, HerzbergTellerDipoleWithDuschinskyRotation) {
   const double th = 0.35, w2a = 1150.0 / au2cm, w2b = 640.0 / au2cm;
   Model model{{1300.0, 700.0},
@@ -312,6 +327,63 @@ TEST(SumOverStates, HerzbergTellerDipoleWithDuschinskyRotation) {
     const SpectralMoments mo = spectral_moments(ctx);
     EXPECT_NEAR(radiative_rate(mo, gap, sigma, 1.0) / (emission_prefactor(1.0) * want), 1.0, 1e-8)
         << temp << " K";
+
+    // The Franck-Condon correlation function (O = 1, C(0) = 1), and the golden rule of both
+    // operators on the contour at gaps of either sign (uphill ones at 300 K through the reverse
+    // crossing).
+    const Component unit{1.0, {0.0, 0.0}};
+    const Lines fc = sum_over_states(model, 24, &unit);
+    EngineInputs fc_in = build(model);
+    fc_in.op.kind = OperatorKind::franck_condon;
+    EngineContext fc_ctx(fc_in);
+    const std::vector<cplx> c_fc = exact_correlation(fc_ctx, dt, 600, warnings);
+    for (std::size_t k = 0; k < c_fc.size(); ++k)
+      ASSERT_LT(std::abs(c_fc[k] - correlation_at(fc, dt * static_cast<double>(k))), 1e-8)
+          << temp << " K, Franck-Condon, t = " << dt * static_cast<double>(k);
+    for (double gap_cm : {-2000.0, -800.0, 1500.0, 6000.0})
+      for (auto [c_ctx, l] :
+           {std::pair<EngineContext*, const Lines*>{&ctx, &lines}, {&fc_ctx, &fc}}) {
+        const double g = gap_cm / au2cm, want_k = golden_rule(*l, g, sigma);
+        const GapRate r =
+            contour_rates(*c_ctx, {sigma, 1e-9}, std::span<const double>(&g, 1)).rates[0];
+        EXPECT_NEAR(r.rate / want_k, 1.0, 1e-8)
+            << temp << " K, gap " << gap_cm << " cm-1, Franck-Condon " << (l == &fc);
+        EXPECT_EQ(r.reversed, temp > 0.0 && gap_cm < 0.0) << temp << " K, gap " << gap_cm;
+      }
+  }
+}
+
+// A spin-orbit coupling linear in the coordinates, complex per sublevel (M = 0: V0 and its
+// derivatives complex, M = +1 real, M = -1 zero): its rate, summed and averaged over the
+// sublevels, against the golden rule of the lines of the real and imaginary parts (the
+// eigenvectors are real, so |<f|A + iB|i>|^2 = <f|A|i>^2 + <f|B|i>^2), downhill and uphill.
+TEST(SumOverStates, ComplexSpinOrbitCouplingPerSublevel) {
+  const double th = 0.35, w2a = 1150.0 / au2cm, w2b = 640.0 / au2cm;
+  const Model model{{1300.0, 700.0},
+                    {1150.0, 640.0},
+                    {std::sqrt(2.0 * 0.6 / w2a), -std::sqrt(2.0 * 0.3 / w2b)},
+                    {0.0, 0.0},
+                    {{std::cos(th), std::sin(th)}, {-std::sin(th), std::cos(th)}},
+                    300.0};
+  const Component re0{2e-5, {4e-6, -1e-6}}, im0{-1e-5, {0.0, 3e-6}}, re1{0.0, {-2e-6, 5e-6}};
+  SublevelCoupling v;
+  v.v0 = {cplx(2e-5, -1e-5), cplx(0.0, 0.0), cplx(0.0, 0.0)};
+  v.dv = {cplx(4e-6, 0.0), cplx(-1e-6, 3e-6), cplx(-2e-6, 0.0), cplx(5e-6, 0.0), 0.0, 0.0};
+  std::vector<Lines> parts;
+  for (const Component* c : {&re0, &im0, &re1}) parts.push_back(sum_over_states(model, 24, c));
+  const double sigma = 150.0 / au2cm;
+  const EngineInputs in = build(model);
+  for (double weight : {1.0, 1.0 / 3.0}) {
+    const Coupling c = linear_coupling(in, v, weight);
+    EXPECT_EQ(c.operators.size(), 2u);
+    const std::vector<double> gaps{-2000.0 / au2cm, 1500.0 / au2cm, 6000.0 / au2cm};
+    const CrossingRates r = crossing_rates(c, sigma, 1e-9, gaps);
+    for (std::size_t i = 0; i < gaps.size(); ++i) {
+      double want = 0.0;
+      for (const Lines& l : parts) want += weight * golden_rule(l, gaps[i], sigma);
+      EXPECT_NEAR(r.rates[i].rate / want, 1.0, 1e-8) << gaps[i] * au2cm << " cm-1, " << weight;
+      EXPECT_NEAR(std::exp(r.rates[i].log_rate) / want, 1.0, 1e-8);
+    }
   }
 }
 

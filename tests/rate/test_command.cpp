@@ -278,5 +278,105 @@ TEST(RateCommand, RadiativeAndYield) {
   EXPECT_EQ(after, before);
 }
 
+// --isc on the closed case at 300 K (mode 1: 1500 cm-1, Huang-Rhys factor 1.2; mode 2 undisplaced):
+// its Bessel progression at 3000 cm-1 (5.119948735e8 s-1 for |V| = 1 cm-1) and uphill at -3000 cm-1
+// (288.893582762 s-1; with the program's units, whose kelvin per hartree is 1.4e-7 below CODATA
+// 2018: the uphill rate moves by 2e-6), the sublevel rules, the files, and the bad inputs.
+TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
+  ScratchDir dir;
+  closed_case({{"ead = 0.1", "ead = 3000 cm-1\n  isgauss = .true.\n  degauss = 200 cm-1"},
+               {"temp = 10.0", "temp = 300.0"}});
+  const Result r = rate("--isc --soc 1 cm-1 --temps 77,300 ic.inp");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  for (const char* line :
+       {"\nk_ISC = 5.119949e+08 s-1\n", "\nrule: singlet-triplet: |V|^2 = sum over",
+        "\n|V|^2 = 1.000000e+00 cm-2 = 2.076019e-11 au^2\n", "1 cm-1 = 4.556335e-06 hartree",
+        "\n     300.000  5.119949e+08"})
+    EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+  EXPECT_FALSE(private_dirs_left());
+  EXPECT_EQ(listing(),
+            (std::set<std::string>{"dushin.dat", "ft.dat.isc", "ft.dat.isc.svg", "ft.dat.isc.temps",
+                                   "ft.dat.isc.temps.svg", "ic.inp", "nacme.dat"}));
+  // The scan: every gap of ead -/+ 1 eV, uphill ones from the reverse crossing.
+  const std::string scan = read_file("ft.dat.isc");
+  EXPECT_EQ(lines(scan), 1 + 201);
+  EXPECT_NE(scan.find("\n  3.00000000e+03   3.71952"), std::string::npos);
+  EXPECT_EQ(lines(read_file("ft.dat.isc.temps")), 1 + 2);
+
+  // Uphill, the three sublevels (one complex) averaged: |V|^2 = (0.25 + 0.5 + 0.25)/3 cm-2.
+  std::string text = read_file("ic.inp");
+  text.replace(text.find("ead = 3000"), 10, "ead = -3000");
+  write_file("up.inp", text);
+  const Result up = rate("--isc --soc 0.5,0.5:0.5,-0.5 cm-1 --spin triplet-singlet up.inp");
+  ASSERT_EQ(up.status, 0) << up.err;
+  for (const char* line :
+       {"(uphill: the initial state lies below the final one)", "\nk_ISC = 9.629786e+01 s-1\n",
+        "of the reverse crossing", "the average over the initial triplet's sublevels"})
+    EXPECT_NE(up.out.find(line), std::string::npos) << line << "\n" << up.out;
+
+  // 1 cm-1 in the other units: the same rate.
+  for (const char* soc : {"4.5563352667e-06 au", "1.2398424402e-04 eV"})
+    EXPECT_NE(rate(std::string("--isc --soc ") + soc + " ic.inp")
+                  .out.find("\nk_ISC = 5.119949e+08 s-1\n"),
+              std::string::npos)
+        << soc;
+  // From a file: |V0_0| = |0.6 + 0.8i| = 1 cm-1 alone is the same rate; a derivative along the
+  // undisplaced mode 2 adds its own, with no interference (its lines are one quantum away).
+  write_file("soc.dat", "# S1 -> T1\n0  0.6:0.8 0 0  cm-1\n");
+  const Result file = rate("--isc --soc-file soc.dat ic.inp");
+  EXPECT_NE(file.out.find("\nk_ISC = 5.119949e+08 s-1\n"), std::string::npos) << file.out;
+  write_file("soc.dat", "0  0.6:0.8 0 0  cm-1\n2  0 0 10:3\n");
+  const Result ht = rate("--isc --soc-file soc.dat --modes ic.inp");
+  ASSERT_EQ(ht.status, 0) << ht.err;
+  for (const char* line : {"  Franck-Condon:   5.119949e+08 s-1", "  interference:    0.000000e+00",
+                           "\nmodes: 1 modes lend the coupling", "  mode    2     700.00 cm-1"})
+    EXPECT_NE(ht.out.find(line), std::string::npos) << line << "\n" << ht.out;
+  EXPECT_TRUE(testing::exists("ft.dat.isc.modes"));
+
+  // The yield with k_ISC from the crossing's own block in its denominator.
+  text = read_file("ic.inp");
+  text.replace(text.find("ead = 3000 cm-1"), 15, "ead = 3.0 eV");
+  write_file("s0.inp", text);
+  write_file("dipole.dat", "0 1 0 0\n");
+  const Result y = rate("--yield --soc 1 cm-1 --isc-input ic.inp s0.inp");
+  ASSERT_EQ(y.status, 0) << y.err;
+  for (const char* line : {"\nintersystem crossing: ic.inp, ead = 3000 cm-1",
+                           "\nPhi_F = k_r / (k_r + k_IC + k_ISC)\n", "  k_ISC = 5.119949e+08  "})
+    EXPECT_NE(y.out.find(line), std::string::npos) << line << "\n" << y.out;
+  std::istringstream row(read_file("ft.dat.yield").substr(read_file("ft.dat.yield").find('\n')));
+  double temp = 0, k_r = 0, k_ic = 0, phi = 0, more[4], k_isc = 0;
+  row >> temp >> k_r >> k_ic >> phi >> more[0] >> more[1] >> more[2] >> more[3] >> k_isc;
+  EXPECT_NEAR(k_isc / 5.119948735e8, 1.0, 1e-6);
+  EXPECT_NEAR(phi, k_r / (k_r + k_ic + k_isc), 1e-8);
+
+  // Bad inputs: one line, status 2, nothing written.
+  write_file("row.dat", "0 1 0 0 cm-1\n2 0.1 zero 0\n");
+  write_file("unit.dat", "0 1 0 0 mhartree\n");
+  const std::set<std::string> before = listing();
+  const std::pair<std::string, std::string> bad[] = {
+      {"--isc --soc-file row.dat ic.inp", "row.dat, line 2: expected an integer and three numbers"},
+      {"--isc --soc-file unit.dat ic.inp", "unit.dat, line 1: expected the unit 'au', 'cm-1'"},
+      {"--isc --soc 1 up.inp", "--soc 1 up.inp: expected the unit cm-1, eV or au"},
+      {"--isc --soc 1,x,2 cm-1 up.inp", "expected a number or a complex number re:im, found 'x'"},
+      {"--isc --soc 1,2 eV up.inp", "expected one value (summed over the sublevels) or three"},
+      {"--isc --soc 0,0:0,0 au up.inp", "expected a spin-orbit coupling that is not zero"},
+      {"--isc --soc 1 cm-1 --spin triplet-singlet up.inp", "a factor 3 apart"},
+      {"--isc --soc 1 cm-1 --spin triplets up.inp", "--spin triplets: expected singlet-triplet"},
+      {"--isc up.inp", "--isc needs the spin-orbit coupling"},
+      {"--yield --soc 1 cm-1 s0.inp", "--yield counts k_ISC with both the spin-orbit coupling"},
+      {"up.inp", "ead = -0.013669 hartree: the gap between the minima must be positive"},
+  };
+  for (const auto& [options, message] : bad) {
+    const Result e = rate(options);
+    EXPECT_EQ(e.status, 2) << options;
+    EXPECT_NE(e.err.find(message), std::string::npos) << options << "\n" << e.err;
+    EXPECT_EQ(lines(e.err), 1) << e.err;
+    EXPECT_EQ(e.out, "");
+  }
+  std::set<std::string> after = listing();
+  EXPECT_EQ(after, before);
+}
+
 }  // namespace
 }  // namespace ictvcf
