@@ -2,6 +2,8 @@
 // the rate with that mode alone coupled, and the temperature lists.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "engine/engine.h"
 #include "rate/analysis.h"
 #include "rate/command.h"
@@ -9,6 +11,7 @@
 #include "support/synthetic.h"
 #include "util/constants.h"
 #include "util/errors.h"
+#include "util/strings.h"
 
 namespace ictvcf {
 namespace {
@@ -37,7 +40,7 @@ TEST(Modes, SharesAddUpAndOwnPairsAreTheSingleModeRates) {
 // Three modes with couplings 1, 2, 3 and pair integrals K(j,k) = j + 10 k (lower triangle): the
 // own pairs r(j,j) K(j,j), the cross pairs 2 r(j,k) K(j,k), each shared half and half.
 TEST(Modes, SharesAndPairsOfAGivenQuadraticForm) {
-  EngineInputs in = testing::modes({100.0, 200.0, 300.0}, {100.0, 200.0, 300.0}, {0.0, 0.0, 0.0},
+  EngineInputs in = testing::modes({100.0, 200.0, 300.0}, {110.0, 220.0, 330.0}, {0.0, 0.0, 0.0},
                                    {1.0, 2.0, 3.0}, 300.0);
   PairIntegrals k{Matrix<double>(3, 3), Matrix<double>(3, 3)};
   for (int col = 1; col <= 3; ++col)
@@ -57,6 +60,13 @@ TEST(Modes, SharesAndPairsOfAGivenQuadraticForm) {
   EXPECT_EQ(d.pairs[0].k, 2);
   EXPECT_EQ(d.pairs[0].value, 276.0);
   EXPECT_EQ(d.pairs[2].value, 48.0);
+  // The file: the final state's frequency, and the share of k_IC in the last column.
+  const std::string text = modes_text(d, d.total, 0.0);
+  const std::string row = text.substr(text.find("\n     3 "));
+  EXPECT_NE(row.find(" 3.00000000e+02 "), std::string::npos) << row;
+  EXPECT_NE(row.find(printed(" %.4e\n", 474.0 / 798.0)), std::string::npos) << row;
+  const std::string two = pairs_text(d, 2);
+  EXPECT_EQ(std::count(two.begin(), two.end(), '\n'), 2 + 2);
 }
 
 TEST(Modes, TemperatureLists) {

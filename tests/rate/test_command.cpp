@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -110,6 +111,24 @@ TEST(RateCommand, ClosedCaseRateAndFilesOnAPoorGrid) {
   double cm, ev, k_au, k_s;
   at_ead >> cm >> ev >> k_au >> k_s;
   EXPECT_NEAR(k_s, k_au * au_per_second, 1e-12 * k_s);
+  // The plots' tick labels: log10 k_IC in s-1 (13, 14), the time in fs (48 fs of the grid).
+  auto ticks = [](const std::string& svg) {
+    std::vector<double> v;
+    for (std::size_t at = svg.find("<text"); at != std::string::npos;
+         at = svg.find("<text", at + 1)) {
+      const std::string label = svg.substr(svg.find('>', at) + 1, 12);
+      char* end = nullptr;
+      const double x = std::strtod(label.c_str(), &end);
+      if (end != label.c_str() && *end == '<') v.push_back(x);
+    }
+    return v;
+  };
+  const std::vector<double> gap_ticks = ticks(read_file("ft.dat.rate.svg"));
+  EXPECT_NE(std::find(gap_ticks.begin(), gap_ticks.end(), 13.0), gap_ticks.end());
+  const std::vector<double> time_ticks = ticks(read_file("ft.dat.corr.svg"));
+  ASSERT_FALSE(time_ticks.empty());
+  EXPECT_LT(*std::max_element(time_ticks.begin(), time_ticks.end()), 100.0);
+  EXPECT_GE(*std::max_element(time_ticks.begin(), time_ticks.end()), 40.0);
   for (const char* svg : {"ft.dat.rate.svg", "ft.dat.corr.svg"}) {
     const std::string s = read_file(svg);
     EXPECT_EQ(s.rfind("<svg ", 0), 0u) << svg;
@@ -121,6 +140,9 @@ TEST(RateCommand, ClosedCaseRateAndFilesOnAPoorGrid) {
   EXPECT_NE(study.out.find("modes: k_IC = 6.292337e+13 s-1 split over 2 modes"), std::string::npos)
       << study.out;
   EXPECT_EQ(lines(read_file("ft.dat.temps")), 1 + 3);
+  // 1000/T from 3.3 (300 K) to 100 (10 K) on the temperature plot's abscissa.
+  const std::vector<double> inverse = ticks(read_file("ft.dat.temps.svg"));
+  EXPECT_GE(*std::max_element(inverse.begin(), inverse.end()), 50.0);
   EXPECT_EQ(lines(read_file("ft.dat.modes")), 4 + 2);
   for (const char* f : {"ft.dat.pairs", "ft.dat.modes.svg", "ft.dat.temps.svg"})
     EXPECT_TRUE(testing::exists(f)) << f;
@@ -164,6 +186,17 @@ TEST(RateCommand, DefaultBroadeningAndLorentzianWings) {
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("method: real time axis"), std::string::npos) << r.out;
   EXPECT_NE(r.err.find("Lorentzian wings"), std::string::npos) << r.err;
+}
+
+// A molecule of 24 modes (276 cross pairs): the .pairs file lists the 50 largest.
+TEST(RateCommand, ModesOfAMolecule) {
+  ScratchDir dir;
+  for (const auto& e : std::filesystem::directory_iterator(ICTVCF_TEST_CASES "/med-dcoupl"))
+    if (e.is_regular_file()) std::filesystem::copy_file(e.path(), e.path().filename());
+  const Result r = rate("--modes ic.inp");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(lines(read_file("ic_tvcf.dat.pairs")), 2 + 50);
+  EXPECT_EQ(lines(read_file("ic_tvcf.dat.modes")), 4 + 24);
 }
 
 TEST(RateCommand, ErrorsAndTheirStatuses) {
