@@ -292,8 +292,8 @@ void temperature_study(const EngineInputs& in, const ParameterSet& p, const Damp
 // undamped modes), never beyond the block's tmax or where the damping has fallen below e^-18.
 constexpr double kPlotWidths = 6.0;
 constexpr double kAlive = 0.02;
-constexpr std::int64_t kPlotPoints = 100;     // over the first window
-constexpr std::int64_t kMaxPlotPoints = 800;  // over a doubled one
+constexpr std::int64_t kPlotPoints = 64;      // over the first window
+constexpr std::int64_t kMaxPlotPoints = 512;  // over a doubled one
 
 struct Shown {
   std::vector<cplx> c;
