@@ -55,6 +55,9 @@ TEST(CommandLine, HelpVersionAndMissingArgument) {
   r = testing::run_exe("missing.inp");
   EXPECT_EQ(r.status, 2);
   EXPECT_NE(r.err.find("missing.inp"), std::string::npos);
+  r = testing::run_exe("rate");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err.rfind("usage:", 0), 0u) << r.err;
 }
 
 TEST(Run, DebugStampsAndTableName) {
