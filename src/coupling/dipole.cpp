@@ -1,98 +1,31 @@
 #include "coupling/dipole.h"
 
 #include <cmath>
-#include <sstream>
 
+#include "coupling/mode_table.h"
 #include "util/constants.h"
 #include "util/errors.h"
 #include "util/strings.h"
 
 namespace ictvcf {
 
-namespace {
-
-std::vector<std::string> words(const std::string& line) {
-  std::istringstream in(line);
-  std::vector<std::string> out;
-  for (std::string w; in >> w;) out.push_back(w);
-  return out;
-}
-
-bool number(const std::string& text, double& x) {
-  std::size_t used = 0;
-  try {
-    x = std::stod(text, &used);
-  } catch (const std::exception&) {
-    return false;
-  }
-  return used == text.size() && std::isfinite(x);
-}
-
-bool integer(const std::string& text, int& k) {
-  std::size_t used = 0;
-  try {
-    k = std::stoi(text, &used);
-  } catch (const std::exception&) {
-    return false;
-  }
-  return used == text.size();
-}
-
-}  // namespace
-
 DipoleFile read_dipole_file(TextFile& f) {
+  const ModeTableWords say{"the transition dipole '0 mux muy muz [au|debye]'",
+                           "the transition dipole '0 mux muy muz [au|debye]'",
+                           "the transition dipole first, on a line '0 mux muy muz [au|debye]'",
+                           "a mode number and three numbers 'k mx my mz' (d mu/d Q, au)",
+                           "three finite numbers"};
+  const ModeTable<double> t = read_mode_table<double>(f, say, finite_number);
   DipoleFile out;
-  bool have_zero = false;
-  std::vector<long> lines;
-  std::string line;
-  while (read_record(f, line)) {
-    const std::vector<std::string> w = words(line);
-    if (w.empty() || w[0][0] == '#') continue;
-    const long at = f.line_of_last();
-    int k = 0;
-    std::array<double, 3> x{};
-    const bool unit_word = !have_zero && w.size() == 5;
-    if (w.size() != 4 && !unit_word)
-      throw IoError(f.name, at,
-                    have_zero
-                        ? "expected a mode number and three numbers 'k mx my mz' (d mu/d Q, au)"
-                        : "expected the transition dipole '0 mux muy muz [au|debye]'");
-    if (!integer(w[0], k) || !number(w[1], x[0]) || !number(w[2], x[1]) || !number(w[3], x[2]))
-      throw IoError(
-          f.name, at,
-          "expected an integer and three finite numbers, found '" + std::string(rtrim(line)) + "'");
-    if (!have_zero) {
-      if (k != 0)
-        throw IoError(
-            f.name, at,
-            "expected the transition dipole first, on a line '0 mux muy muz [au|debye]'; found "
-            "mode " +
-                std::to_string(k));
-      if (unit_word) {
-        const std::string unit = lower_ascii(w[4]);
-        if (unit == "debye")
-          out.debye = true;
-        else if (unit != "au")
-          throw IoError(f.name, at,
-                        "expected the unit 'au' or 'debye' after the dipole, found '" + w[4] + "'");
-      }
-      out.mu0 = x;
-      have_zero = true;
-      continue;
-    }
-    if (k < 1) throw IoError(f.name, at, "expected a mode number of 1 or more, found " + w[0]);
-    for (std::size_t i = 0; i < out.modes.size(); ++i)
-      if (out.modes[i] == k)
-        throw IoError(f.name, at,
-                      "expected each mode once; mode " + w[0] + " is listed on line " +
-                          std::to_string(lines[i]) + " already");
-    out.modes.push_back(k);
-    out.derivatives.push_back(x);
-    lines.push_back(at);
-  }
-  if (!have_zero)
-    throw IoError(f.name, f.line_of_last(),
-                  "expected the transition dipole '0 mux muy muz [au|debye]'");
+  out.mu0 = t.zero;
+  out.modes = t.modes;
+  out.derivatives = t.rows;
+  const std::string unit = lower_ascii(t.unit);
+  if (unit == "debye")
+    out.debye = true;
+  else if (!unit.empty() && unit != "au")
+    throw IoError(f.name, t.unit_line,
+                  "expected the unit 'au' or 'debye' after the dipole, found '" + t.unit + "'");
   if (out.debye) {
     for (double& x : out.mu0) x /= au2db;
     for (auto& m : out.derivatives)

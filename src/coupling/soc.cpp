@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "coupling/mode_table.h"
 #include "util/constants.h"
 #include "util/errors.h"
 #include "util/strings.h"
@@ -13,35 +14,15 @@ namespace ictvcf {
 
 namespace {
 
-bool number(const std::string& text, double& x) {
-  std::size_t used = 0;
-  try {
-    x = std::stod(text, &used);
-  } catch (const std::exception&) {
-    return false;
-  }
-  return used == text.size() && std::isfinite(x);
-}
-
 // "re" or "re:im", both finite.
 bool complex_number(const std::string& text, std::complex<double>& z) {
   const std::size_t colon = text.find(':');
   double re = 0.0, im = 0.0;
-  const bool ok = colon == std::string::npos
-                      ? number(text, re)
-                      : number(text.substr(0, colon), re) && number(text.substr(colon + 1), im);
+  const bool ok = colon == std::string::npos ? finite_number(text, re)
+                                             : finite_number(text.substr(0, colon), re) &&
+                                                   finite_number(text.substr(colon + 1), im);
   z = {re, im};
   return ok;
-}
-
-bool integer(const std::string& text, int& k) {
-  std::size_t used = 0;
-  try {
-    k = std::stoi(text, &used);
-  } catch (const std::exception&) {
-    return false;
-  }
-  return used == text.size();
 }
 
 }  // namespace
@@ -129,65 +110,31 @@ std::string spin_rule_words(SpinRule rule) {
 }
 
 SocFile read_soc_file(TextFile& f) {
+  const ModeTableWords say{
+      "the coupling of the three sublevels '0 V0 V+1 V-1 [au|cm-1|eV]'",
+      "the coupling of the three sublevels '0 V0 V+1 V-1 [au|cm-1|eV]' (each re or re:im)",
+      "the coupling first, on a line '0 V0 V+1 V-1 [au|cm-1|eV]'",
+      "a mode number and three derivatives 'k dV0 dV+1 dV-1' (one per sublevel, each re or "
+      "re:im)",
+      "three numbers (re or re:im)"};
+  const ModeTable<std::complex<double>> t =
+      read_mode_table<std::complex<double>>(f, say, complex_number);
   SocFile out;
-  bool have_zero = false;
-  std::vector<long> lines;
-  std::string line;
+  out.v0 = t.zero;
+  out.modes = t.modes;
+  out.derivatives = t.rows;
   double scale = 1.0;
-  while (read_record(f, line)) {
-    std::istringstream in(line);
-    std::vector<std::string> w;
-    for (std::string word; in >> word;) w.push_back(word);
-    if (w.empty() || w[0][0] == '#') continue;
-    const long at = f.line_of_last();
-    const bool unit_word = !have_zero && w.size() == 5;
-    if (w.size() != 4 && !unit_word)
-      throw IoError(f.name, at,
-                    have_zero ? "expected a mode number and three derivatives 'k dV0 dV+1 dV-1' "
-                                "(one per sublevel, each re or re:im)"
-                              : "expected the coupling of the three sublevels '0 V0 V+1 V-1 "
-                                "[au|cm-1|eV]' (each re or re:im)");
-    int k = 0;
-    std::array<std::complex<double>, 3> x{};
-    if (!integer(w[0], k) || !complex_number(w[1], x[0]) || !complex_number(w[2], x[1]) ||
-        !complex_number(w[3], x[2]))
-      throw IoError(f.name, at,
-                    "expected an integer and three numbers (re or re:im), found '" +
-                        std::string(rtrim(line)) + "'");
-    if (!have_zero) {
-      if (k != 0)
-        throw IoError(f.name, at,
-                      "expected the coupling first, on a line '0 V0 V+1 V-1 [au|cm-1|eV]'; "
-                      "found mode " +
-                          std::to_string(k));
-      if (unit_word) {
-        out.unit = w[4];
-        if (w[4] == "cm-1")
-          scale = 1.0 / au2cm;
-        else if (w[4] == "eV" || w[4] == "ev")
-          scale = 1.0 / au2ev;
-        else if (w[4] != "au")
-          throw IoError(
-              f.name, at,
-              "expected the unit 'au', 'cm-1' or 'eV' after the coupling, found '" + w[4] + "'");
-      }
-      out.v0 = x;
-      have_zero = true;
-      continue;
-    }
-    if (k < 1) throw IoError(f.name, at, "expected a mode number of 1 or more, found " + w[0]);
-    for (std::size_t i = 0; i < out.modes.size(); ++i)
-      if (out.modes[i] == k)
-        throw IoError(f.name, at,
-                      "expected each mode once; mode " + w[0] + " is listed on line " +
-                          std::to_string(lines[i]) + " already");
-    out.modes.push_back(k);
-    out.derivatives.push_back(x);
-    lines.push_back(at);
+  if (!t.unit.empty()) {
+    out.unit = t.unit;
+    if (t.unit == "cm-1")
+      scale = 1.0 / au2cm;
+    else if (t.unit == "eV" || t.unit == "ev")
+      scale = 1.0 / au2ev;
+    else if (t.unit != "au")
+      throw IoError(
+          f.name, t.unit_line,
+          "expected the unit 'au', 'cm-1' or 'eV' after the coupling, found '" + t.unit + "'");
   }
-  if (!have_zero)
-    throw IoError(f.name, f.line_of_last(),
-                  "expected the coupling of the three sublevels '0 V0 V+1 V-1 [au|cm-1|eV]'");
   for (auto& z : out.v0) z *= scale;
   for (auto& m : out.derivatives)
     for (auto& z : m) z *= scale;
