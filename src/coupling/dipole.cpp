@@ -40,15 +40,7 @@ std::vector<double> dipole_derivatives(const DipoleFile& file, const std::string
   std::vector<double> dmu(3 * static_cast<std::size_t>(n), 0.0);
   bool nonzero = file.mu0[0] != 0.0 || file.mu0[1] != 0.0 || file.mu0[2] != 0.0;
   for (std::size_t i = 0; i < file.modes.size(); ++i) {
-    int store = 0;
-    for (int j = 1; j <= n; ++j)
-      if (v.order(j, 1) == file.modes[i]) store = j;
-    if (store == 0)
-      throw IoError(
-          name, 0,
-          printed("expected mode numbers of the vibrations, %d to %d (the coupling file's "
-                  "numbering); mode %d is not one",
-                  n3all ? 1 : 7, n3all ? n : n + 6, file.modes[i]));
+    const int store = store_mode(v, file.modes[i], name, n3all);
     for (int c = 0; c < 3; ++c) {
       dmu[static_cast<std::size_t>(c) * n + store - 1] = file.derivatives[i][c];
       nonzero = nonzero || file.derivatives[i][c] != 0.0;

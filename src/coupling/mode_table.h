@@ -13,6 +13,7 @@
 #include "util/errors.h"
 #include "util/strings.h"
 #include "util/text_file.h"
+#include "vibronic/dushindata.h"
 
 namespace ictvcf {
 
@@ -38,6 +39,10 @@ struct ModeTableWords {
 std::vector<std::string> split_words(const std::string& line);
 bool whole_number(const std::string& word, int& k);
 bool finite_number(const std::string& word, double& x);
+
+// The store's mode (1 .. nmode) whose state-1 number is `listed` (the coupling file's numbering,
+// counting the six translations and rotations unless `n3all`); an IoError naming `name` otherwise.
+int store_mode(const DushinData& v, int listed, const std::string& name, bool n3all);
 
 template <class T, class Parse>
 ModeTable<T> read_mode_table(TextFile& f, const ModeTableWords& say, Parse value) {

@@ -148,15 +148,7 @@ std::vector<std::complex<double>> soc_derivatives(const SocFile& file, const std
   bool nonzero = false;
   for (const auto& z : file.v0) nonzero = nonzero || z != 0.0;
   for (std::size_t i = 0; i < file.modes.size(); ++i) {
-    int store = 0;
-    for (int j = 1; j <= n; ++j)
-      if (v.order(j, 1) == file.modes[i]) store = j;
-    if (store == 0)
-      throw IoError(
-          name, 0,
-          printed("expected mode numbers of the vibrations, %d to %d (the coupling file's "
-                  "numbering); mode %d is not one",
-                  n3all ? 1 : 7, n3all ? n : n + 6, file.modes[i]));
+    const int store = store_mode(v, file.modes[i], name, n3all);
     for (std::size_t m = 0; m < 3; ++m) {
       dv[m * n + store - 1] = file.derivatives[i][m];
       nonzero = nonzero || file.derivatives[i][m] != 0.0;

@@ -71,4 +71,27 @@ std::string temps_text(const std::vector<double>& temps, const std::vector<doubl
   return s;
 }
 
+std::string lending_text(std::vector<LendingMode>& rows) {
+  std::sort(rows.begin(), rows.end(), [](const LendingMode& a, const LendingMode& b) {
+    return std::fabs(a.alone + a.interference) > std::fabs(b.alone + b.interference);
+  });
+  std::string s = printed("#%5s %12s %24s %24s\n", "mode", "w1(cm-1)", "k_HT,alone(s-1)",
+                          "k_interference(s-1)");
+  for (const LendingMode& r : rows)
+    s += printed("%6d %12.4f %24.16e %24.16e\n", r.mode, r.freq * au2cm, r.alone * au_per_second,
+                 r.interference * au_per_second);
+  return s;
+}
+
+std::string lending_summary(const std::vector<LendingMode>& rows, const char* what,
+                            long long evaluations, const char* constant) {
+  std::string s = printed("modes: %zu modes lend %s (%lld engine evaluations); the leading:\n",
+                          rows.size(), what, evaluations);
+  for (std::size_t i = 0; i < std::min<std::size_t>(5, rows.size()); ++i)
+    s += printed("  mode %4d  %9.2f cm-1  alone %.6e s-1, interference with %s %.6e s-1\n",
+                 rows[i].mode, rows[i].freq * au2cm, rows[i].alone * au_per_second, constant,
+                 rows[i].interference * au_per_second);
+  return s;
+}
+
 }  // namespace ictvcf

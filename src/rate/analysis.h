@@ -37,6 +37,19 @@ Decomposition decompose(const EngineInputs& in, const PairIntegrals& k);
 // The files: a '#' header, then one line per mode, per pair (the `most` largest) or per
 // temperature; rates in s-1 (and au), numbers with the letter e.
 std::string modes_text(const Decomposition& d, double rate, double error);
+
+// A mode that lends a transition its intensity (Herzberg-Teller): the rate with its derivative
+// alone, and what it adds beside the constant part (their interference); atomic units.
+struct LendingMode {
+  int mode = 0;  // the coupling file's numbering
+  double freq = 0.0, alone = 0.0, interference = 0.0;
+};
+// Sorts the modes by what they add, largest first; the file's text, and the summary's lines
+// ("modes: N modes lend WHAT (E engine evaluations); the leading:" and five rows, the
+// interference "with CONSTANT").
+std::string lending_text(std::vector<LendingMode>& rows);
+std::string lending_summary(const std::vector<LendingMode>& rows, const char* what,
+                            long long evaluations, const char* constant);
 std::string pairs_text(const Decomposition& d, std::size_t most);
 std::string temps_text(const std::vector<double>& temps, const std::vector<double>& rates,
                        const std::vector<double>& errors);

@@ -15,6 +15,7 @@
 
 #include "coupling/soc.h"
 #include "engine/engine.h"
+#include "rate/analysis.h"
 #include "rate/command.h"
 #include "rate/contour.h"
 #include "rate/crossing.h"
@@ -147,18 +148,14 @@ void lending_modes(const EngineInputs& in, const SocData& soc, SpinRule rule, do
                    double sigma, double tol, double fc, const std::string& base,
                    const DushinData& v, std::vector<std::string>& warnings,
                    std::vector<std::string>& written) {
-  struct Row {
-    int mode = 0;
-    double freq = 0.0, alone = 0.0, interference = 0.0;
-  };
-  std::vector<Row> rows;
+  std::vector<LendingMode> rows;
   std::int64_t evaluations = 0;
   const std::size_t n = static_cast<std::size_t>(in.nmode);
   for (std::size_t k = 0; k < n; ++k) {
     bool any = false;
     for (std::size_t m = 0; m < 3; ++m) any = any || soc.sub.dv[m * n + k] != 0.0;
     if (!any) continue;
-    Row r{v.order(static_cast<int>(k) + 1, 1), in.omegag[k], 0.0, 0.0};
+    LendingMode r{v.order(static_cast<int>(k) + 1, 1), in.omegag[k], 0.0, 0.0};
     r.alone = coupling_rate(
         file_coupling(in, soc, rule, CouplingPart::herzberg_teller, static_cast<int>(k)), gap,
         sigma, tol, evaluations, warnings);
@@ -171,24 +168,10 @@ void lending_modes(const EngineInputs& in, const SocData& soc, SpinRule rule, do
     }
     rows.push_back(r);
   }
-  std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
-    return std::fabs(a.alone + a.interference) > std::fabs(b.alone + b.interference);
-  });
-  std::string s = printed("#%5s %12s %24s %24s\n", "mode", "w1(cm-1)", "k_HT,alone(s-1)",
-                          "k_interference(s-1)");
-  for (const Row& r : rows)
-    s += printed("%6d %12.4f %24.16e %24.16e\n", r.mode, r.freq * au2cm, r.alone * au_per_second,
-                 r.interference * au_per_second);
-  write_text(base + ".isc.modes", s, "coupling-lending modes");
+  write_text(base + ".isc.modes", lending_text(rows), "coupling-lending modes");
   written.push_back(base + ".isc.modes");
-  std::cout << printed("modes: %zu modes lend the coupling (%lld engine evaluations); the leading:",
-                       rows.size(), static_cast<long long>(evaluations))
-            << '\n';
-  for (std::size_t i = 0; i < std::min<std::size_t>(5, rows.size()); ++i)
-    std::cout << printed("  mode %4d  %9.2f cm-1  alone %.6e s-1, interference with V0 %.6e s-1",
-                         rows[i].mode, rows[i].freq * au2cm, rows[i].alone * au_per_second,
-                         rows[i].interference * au_per_second)
-              << '\n';
+  std::cout << lending_summary(rows, "the coupling", static_cast<long long>(evaluations), "V0")
+            << std::flush;
 }
 
 std::string file_line(const std::string& name, const SocData& soc) {

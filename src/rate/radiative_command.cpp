@@ -10,6 +10,7 @@
 
 #include "coupling/dipole.h"
 #include "engine/engine.h"
+#include "rate/analysis.h"
 #include "rate/command.h"
 #include "rate/contour.h"
 #include "rate/integral.h"
@@ -151,11 +152,7 @@ void print_parts(const RadiativeParts& r) {
 // interference it adds.
 void intensity_modes(const EngineInputs& in, const Dipole& dip, const Molecule& m,
                      const RateOptions& o, double fc, std::vector<std::string>& written) {
-  struct Row {
-    int mode = 0;
-    double freq = 0.0, alone = 0.0, interference = 0.0;
-  };
-  std::vector<Row> rows;
+  std::vector<LendingMode> rows;
   const int n = in.nmode;
   int evaluations = 0;
   for (int k = 0; k < n; ++k) {
@@ -167,7 +164,7 @@ void intensity_modes(const EngineInputs& in, const Dipole& dip, const Molecule& 
       any = any || one.dmu[static_cast<std::size_t>(c) * n + k] != 0.0;
     }
     if (!any) continue;
-    Row r{m.v.order(k + 1, 1), in.omegag[k], 0.0, 0.0};
+    LendingMode r{m.v.order(k + 1, 1), in.omegag[k], 0.0, 0.0};
     r.alone = rate_of(with_dipole(in, one, Part::herzberg_teller), m.p.ead, m.d.width,
                       o.refractive_index, evaluations);
     if (dip.constant) {
@@ -179,24 +176,10 @@ void intensity_modes(const EngineInputs& in, const Dipole& dip, const Molecule& 
     }
     rows.push_back(r);
   }
-  std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
-    return std::fabs(a.alone + a.interference) > std::fabs(b.alone + b.interference);
-  });
-  std::string s = printed("#%5s %12s %24s %24s\n", "mode", "w1(cm-1)", "k_HT,alone(s-1)",
-                          "k_interference(s-1)");
-  for (const Row& r : rows)
-    s += printed("%6d %12.4f %24.16e %24.16e\n", r.mode, r.freq * au2cm, r.alone * au_per_second,
-                 r.interference * au_per_second);
-  write_text(m.base + ".emission.modes", s, "intensity-lending modes");
+  write_text(m.base + ".emission.modes", lending_text(rows), "intensity-lending modes");
   written.push_back(m.base + ".emission.modes");
-  std::cout << printed("modes: %zu modes lend intensity (%d engine evaluations); the leading:",
-                       rows.size(), evaluations)
-            << '\n';
-  for (std::size_t i = 0; i < std::min<std::size_t>(5, rows.size()); ++i)
-    std::cout << printed("  mode %4d  %9.2f cm-1  alone %.6e s-1, interference with mu0 %.6e s-1",
-                         rows[i].mode, rows[i].freq * au2cm, rows[i].alone * au_per_second,
-                         rows[i].interference * au_per_second)
-              << '\n';
+  std::cout << lending_summary(rows, "intensity", static_cast<long long>(evaluations), "mu0")
+            << std::flush;
 }
 
 void warn_all(const std::vector<std::string>& warnings) {
