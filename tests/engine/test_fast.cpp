@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "engine/dosqrt.h"
 #include "engine/engine.h"
 #include "engine/engine_support.h"
 #include "rate/integral.h"
@@ -115,6 +116,23 @@ TEST(FastEngine, BranchFollowedOnACoarseGrid) {
   for (const cplx& c : fine) largest = std::max(largest, std::abs(c));
   for (std::size_t k = 0; k < coarse.size(); ++k)
     EXPECT_LT(std::abs(coarse[k] - fine[50 * k]), 1e-10 * largest) << "t = " << 100.0 * k;
+
+  // A second path to the same complex C(t): the run's integrand with its imaginary part kept,
+  // times the continuous square root of its determinant term (the table's path), against the
+  // rate's C from each point's mantissa and power of two; on points where that power is odd.
+  std::vector<cplx> usqrt(151), f(151), root(151);
+  compute_correlation(v, 2.0, 0, 150, usqrt.data(), f.data(), true);
+  dosqrt(151, usqrt.data(), root.data());
+  std::vector<cplx> t(150);
+  for (std::size_t k = 0; k < t.size(); ++k) t[k] = 2.0 * static_cast<double>(k + 1);
+  std::vector<PointValue> p(t.size());
+  evaluate(ctx, t, p);
+  int odd = 0;
+  for (std::size_t k = 1; k <= 150; ++k) {
+    odd += static_cast<int>(p[k - 1].exp2) % 2 != 0;
+    EXPECT_LT(std::abs(root[k] * f[k] - fine[k]), 1e-10 * largest) << "t = " << 2.0 * k;
+  }
+  EXPECT_GT(odd, 10);
 }
 
 TEST(FastEngine, SameBitsForAnyThreadCount) {

@@ -12,6 +12,7 @@
 #include "support/io_tables.h"
 #include "test_support.h"
 #include "util/constants.h"
+#include "util/strings.h"
 
 namespace ictvcf {
 namespace {
@@ -174,8 +175,10 @@ TEST(RateCommand, DefaultBroadeningAndLorentzianWings) {
   closed_case({{"ead = 0.1", "ead = 3700 cm-1"}});
   Result r = rate();
   EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.out.find("FWHM 100 cm-1"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("the default"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("damping: Gaussian, FWHM 100 cm-1 (sigma 42.4661 cm-1), the default: the "
+                       "input sets no broadening (isgauss)\n"),
+            std::string::npos)
+      << r.out;
   // Half way between two lines 1500 cm-1 apart, a Lorentzian line's wings decide the rate.
   std::string text = read_file("ic.inp");
   text.replace(
@@ -185,6 +188,9 @@ TEST(RateCommand, DefaultBroadeningAndLorentzianWings) {
   r = rate();
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("method: real time axis"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("damping: Lorentzian, FWHM 100 cm-1 (half width 50 cm-1)\n"),
+            std::string::npos)
+      << r.out;
   EXPECT_NE(r.err.find("Lorentzian wings"), std::string::npos) << r.err;
 }
 
@@ -197,6 +203,19 @@ TEST(RateCommand, ModesOfAMolecule) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(lines(read_file("ic_tvcf.dat.pairs")), 2 + 50);
   EXPECT_EQ(lines(read_file("ic_tvcf.dat.modes")), 4 + 24);
+  // The pairs by size, with their sign: the second destructive, its share of k_IC beside it.
+  std::istringstream pairs(read_file("ic_tvcf.dat.pairs"));
+  std::string head;
+  std::getline(pairs, head);
+  std::getline(pairs, head);
+  int j1, k1, j2, k2;
+  double v1, f1, v2, f2;
+  pairs >> j1 >> k1 >> v1 >> f1 >> j2 >> k2 >> v2 >> f2;
+  EXPECT_GT(v1, std::fabs(v2));
+  EXPECT_LT(v2, 0.0);
+  EXPECT_NEAR(v2 / v1, f2 / f1, 1e-4);
+  const double k = std::stod(r.out.substr(r.out.find("\nk_IC = ") + 8));
+  EXPECT_NEAR(v1 / f1 / k, 1.0, 1e-4);
 }
 
 TEST(RateCommand, ErrorsAndTheirStatuses) {
