@@ -7,13 +7,6 @@
 
 namespace ictvcf {
 
-std::vector<std::string> split_words(const std::string& line) {
-  std::istringstream in(line);
-  std::vector<std::string> out;
-  for (std::string w; in >> w;) out.push_back(w);
-  return out;
-}
-
 bool whole_number(const std::string& word, int& k) {
   std::size_t used = 0;
   try {
@@ -22,16 +15,6 @@ bool whole_number(const std::string& word, int& k) {
     return false;
   }
   return used == word.size();
-}
-
-bool finite_number(const std::string& word, double& x) {
-  std::size_t used = 0;
-  try {
-    x = std::stod(word, &used);
-  } catch (const std::exception&) {
-    return false;
-  }
-  return used == word.size() && std::isfinite(x);
 }
 
 int store_mode(const DushinData& v, int listed, const std::string& name, bool n3all) {

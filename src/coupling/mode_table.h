@@ -35,10 +35,8 @@ struct ModeTableWords {
   std::string numbers;      // e.g. "three finite numbers"
 };
 
-// The blank-separated words of a line; a whole number, and a finite number, each all of the word.
-std::vector<std::string> split_words(const std::string& line);
+// A whole number, all of the word.
 bool whole_number(const std::string& word, int& k);
-bool finite_number(const std::string& word, double& x);
 
 // The store's mode (1 .. nmode) whose state-1 number is `listed` (the coupling file's numbering,
 // counting the six translations and rotations unless `n3all`); an IoError naming `name` otherwise.

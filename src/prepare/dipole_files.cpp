@@ -11,23 +11,6 @@ namespace ictvcf {
 
 namespace {
 
-std::vector<std::string> words(const std::string& s) {
-  std::istringstream in(s);
-  std::vector<std::string> out;
-  for (std::string w; in >> w;) out.push_back(w);
-  return out;
-}
-
-bool to_double(const std::string& s, double& x) {
-  std::size_t used = 0;
-  try {
-    x = std::stod(s, &used);
-  } catch (const std::exception&) {
-    return false;
-  }
-  return used == s.size() && std::isfinite(x);
-}
-
 // The array field `name` of a formatted checkpoint: its label line 'name  R|I  N= count' and
 // the count values on the lines after it (whitespace-separated). Empty when there is none; the
 // index of its label line in `line`.
@@ -37,7 +20,7 @@ std::vector<double> fchk_array(const TextFile& f, const std::string& name, std::
     if (rec.rfind(name, 0) != 0 || rec.size() < 44 ||
         !is_blank(rec.substr(name.size(), 40 - name.size())))
       continue;
-    const std::vector<std::string> w = words(rec.substr(40));
+    const std::vector<std::string> w = split_words(rec.substr(40));
     char* end = nullptr;
     const long count = w.size() == 3 ? std::strtol(w[2].c_str(), &end, 10) : -1;
     if (w.size() != 3 || w[1] != "N=" || *end != '\0' || count < 0)
@@ -45,9 +28,9 @@ std::vector<double> fchk_array(const TextFile& f, const std::string& name, std::
                     "expected an array after '" + name + "' (N= and a count)");
     std::vector<double> v;
     for (std::size_t j = i + 1; j < f.records.size() && static_cast<long>(v.size()) < count; ++j)
-      for (const std::string& t : words(f.records[j])) {
+      for (const std::string& t : split_words(f.records[j])) {
         double x = 0.0;
-        if (!to_double(t, x))
+        if (!finite_number(t, x))
           throw IoError(f.name, static_cast<long>(j) + 1,
                         "expected the values of '" + name + "', found '" + t + "'");
         v.push_back(x);
@@ -126,7 +109,7 @@ QcDipole parse_orca_dipole(const TextFile& f, int root) {
   }
   bool found = false;
   for (; i < f.records.size(); ++i) {
-    const std::vector<std::string> w = words(f.records[i]);
+    const std::vector<std::string> w = split_words(f.records[i]);
     if (w.empty() || w[0].rfind("---", 0) == 0) break;
     ++d.roots;
     // The state: the first word (ORCA 5), or the word after '->' up to its '-' (ORCA 6).
@@ -141,8 +124,8 @@ QcDipole parse_orca_dipole(const TextFile& f, int root) {
           "expected a row of the table, found '" + std::string(rtrim(f.records[i])) + "'");
     }
     if (state != root) continue;
-    if (w.size() < 4 || !to_double(w[w.size() - 3], d.mu0[0]) ||
-        !to_double(w[w.size() - 2], d.mu0[1]) || !to_double(w[w.size() - 1], d.mu0[2]))
+    if (w.size() < 4 || !finite_number(w[w.size() - 3], d.mu0[0]) ||
+        !finite_number(w[w.size() - 2], d.mu0[1]) || !finite_number(w[w.size() - 1], d.mu0[2]))
       throw IoError(f.name, static_cast<long>(i) + 1,
                     "expected the dipole x y z (au) in the last three columns");
     found = true;

@@ -1,7 +1,9 @@
 #include "util/strings.h"
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <sstream>
 
 namespace ictvcf {
 
@@ -15,6 +17,23 @@ std::string printed(const char* format, ...) {
   if (n > 0) std::vsnprintf(s.data(), s.size() + 1, format, again);
   va_end(again);
   return s;
+}
+
+std::vector<std::string> split_words(const std::string& line) {
+  std::istringstream in(line);
+  std::vector<std::string> out;
+  for (std::string w; in >> w;) out.push_back(w);
+  return out;
+}
+
+bool finite_number(const std::string& word, double& x) {
+  std::size_t used = 0;
+  try {
+    x = std::stod(word, &used);
+  } catch (const std::exception&) {
+    return false;
+  }
+  return used == word.size() && std::isfinite(x);
 }
 
 }  // namespace ictvcf

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace ictvcf {
 
@@ -45,5 +46,9 @@ inline std::string lower_ascii(std::string_view s) {
 
 // printf-style formatting into a string, for messages and plot text (checked by the compiler).
 std::string printed(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// The blank-separated words of a line; a finite number that is all of its word.
+std::vector<std::string> split_words(const std::string& line);
+bool finite_number(const std::string& word, double& x);
 
 }  // namespace ictvcf
