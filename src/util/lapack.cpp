@@ -139,28 +139,29 @@ int syev(int n, double* a, double* w) {
   return checked(info, "dsyev");
 }
 
-int gesvd(int m, int n, double* a, double* s, double* u, double* vt) {
+namespace {
+
+// dgesvd with all of V^T and all ("A") or the first n ("S") columns of U.
+int gesvd_job(const char* jobu, int m, int n, double* a, double* s, double* u, double* vt) {
   if (m == 0 || n == 0) return 0;
   int info = 0, query = -1;
   double size = 0.0;
-  LAPACK_dgesvd("A", "A", &m, &n, a, &m, s, u, &m, vt, &n, &size, &query, &info);
+  LAPACK_dgesvd(jobu, "A", &m, &n, a, &m, s, u, &m, vt, &n, &size, &query, &info);
   checked(info, "dgesvd");
   int lwork = work_size(size);
   std::vector<double> work(static_cast<std::size_t>(lwork));
-  LAPACK_dgesvd("A", "A", &m, &n, a, &m, s, u, &m, vt, &n, work.data(), &lwork, &info);
+  LAPACK_dgesvd(jobu, "A", &m, &n, a, &m, s, u, &m, vt, &n, work.data(), &lwork, &info);
   return checked(info, "dgesvd");
 }
 
+}  // namespace
+
+int gesvd(int m, int n, double* a, double* s, double* u, double* vt) {
+  return gesvd_job("A", m, n, a, s, u, vt);
+}
+
 int gesvd_thin(int m, int n, double* a, double* s, double* u, double* vt) {
-  if (m == 0 || n == 0) return 0;
-  int info = 0, query = -1;
-  double size = 0.0;
-  LAPACK_dgesvd("S", "A", &m, &n, a, &m, s, u, &m, vt, &n, &size, &query, &info);
-  checked(info, "dgesvd");
-  int lwork = work_size(size);
-  std::vector<double> work(static_cast<std::size_t>(lwork));
-  LAPACK_dgesvd("S", "A", &m, &n, a, &m, s, u, &m, vt, &n, work.data(), &lwork, &info);
-  return checked(info, "dgesvd");
+  return gesvd_job("S", m, n, a, s, u, vt);
 }
 
 SingleThreadedBlas::SingleThreadedBlas() {
