@@ -42,6 +42,9 @@ constexpr double kPi = std::numbers::pi;
 // Gaps scanned: ead -/+ 1 eV in 201 steps of 0.01 eV.
 constexpr double kScanHalfWidthEv = 1.0;
 constexpr int kScanPoints = 201;
+// The scan's gaps other than ead are integrated to this relative accuracy (or --tol, if larger):
+// enough for the energy-gap law, and each gap's estimated error is in the file.
+constexpr double kScanTol = 1e-4;
 
 // A fresh directory under the system's temporary directory for the reader's work files, removed
 // with its contents when the command ends, however it ends.
@@ -152,7 +155,7 @@ struct Rates {
 Rates contour_scan(EngineContext& ctx, const Damping& d, double tol,
                    const std::vector<double>& gaps, std::size_t middle) {
   const std::vector<double> ordered = ead_first(gaps, middle);
-  ContourResult r = contour_rates(ctx, ContourSettings{d.width, tol}, ordered);
+  ContourResult r = contour_rates(ctx, ContourSettings{d.width, tol, kScanTol}, ordered);
   Rates out;
   out.scan.resize(gaps.size());
   out.errors.resize(gaps.size());

@@ -38,11 +38,12 @@ ContourResult direct_rates(EngineContext& ctx, const ContourSettings& settings,
     const Saddle saddle = find_saddle(phi, centre, unit, settings.sigma);
     const double reach = std::sqrt(2.0 * kBandCancellation * saddle.phi2);
     // The centre first (the pair integrals belong to it), then every gap within reach.
-    std::vector<double> band;
+    std::vector<double> band, tols;
     std::vector<std::size_t> index;
     auto take = [&](std::size_t i) {
       served[i] = true;
       band.push_back(gaps[i]);
+      tols.push_back(settings.tol_at(i));
       index.push_back(i);
     };
     for (std::size_t i : order)
@@ -53,11 +54,11 @@ ContourResult direct_rates(EngineContext& ctx, const ContourSettings& settings,
             gaps[i] <= std::max(hi, centre + reach))
           take(i);
     std::vector<GapRate> rates(band.size());
-    const Plan plan = plan_contour(phi, bound, centre, saddle, unit, settings.tol);
+    const Plan plan = plan_contour(phi, bound, centre, saddle, unit, tols[0]);
     const double lifted = phi(centre, plan.tau) - saddle.phi;  // the integrand at s = 0, raised
     Band b(ctx, settings, bound, plan.tau, result.evaluations, result.warnings);
-    b.integrate(band, centre, saddle.phi2, plan.x, std::isfinite(lifted) ? lifted : 0.0, rates,
-                pairs ? &result.pairs : nullptr);
+    b.integrate(band, tols, centre, saddle.phi2, plan.x, std::isfinite(lifted) ? lifted : 0.0,
+                rates, pairs ? &result.pairs : nullptr);
     for (GapRate& r : rates) r.saddle = saddle.tau;
     for (std::size_t k = 0; k < band.size(); ++k) {
       result.rates[index[k]] = rates[k];
@@ -112,11 +113,13 @@ ContourResult direct_rates(EngineContext& ctx, const ContourSettings& settings,
                 left_out, gaps.size(), static_cast<long long>(result.evaluations)));
   int missed = 0;
   double worst = 0.0;
-  for (const GapRate& r : result.rates)
-    if (!std::isnan(r.rate) && !(r.error <= settings.tol)) {
+  for (std::size_t i = 0; i < gaps.size(); ++i) {
+    const GapRate& r = result.rates[i];
+    if (!std::isnan(r.rate) && !(r.error <= settings.tol_at(i))) {
       ++missed;
       worst = std::max(worst, std::isfinite(r.log_rate) ? r.error : kInf);
     }
+  }
   if (missed > 0 && !(result.rates[0].error <= settings.tol))
     result.warnings.push_back(
         printed("the rate at %.6g cm-1 reached an estimated relative error of %.3g only, not the "
@@ -127,7 +130,7 @@ ContourResult direct_rates(EngineContext& ctx, const ContourSettings& settings,
         "the tolerance %.3g was not reached at %d of the %zu gaps (largest estimated relative "
         "error %.3g%s): where lines are much narrower than their spacing, the rate between them "
         "is so far below its neighbours that no contour avoids cancellation",
-        settings.tol, missed, gaps.size(), worst,
+        settings.tol_at(1), missed, gaps.size(), worst,
         std::isinf(worst) ? ", or a rate not positive" : ""));
   return result;
 }

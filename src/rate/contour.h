@@ -9,6 +9,8 @@
 // Atomic units; no files, no output.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -21,7 +23,10 @@ namespace ictvcf {
 
 struct ContourSettings {
   double sigma = 0.0;  // Gaussian damping, hartree
-  double tol = 1e-6;   // relative accuracy asked for
+  double tol = 1e-6;   // relative accuracy asked for, at the first gap
+  // At the other gaps (a scan around the first): the larger of this and tol; 0 for tol.
+  double scan_tol = 0.0;
+  double tol_at(std::size_t gap) const { return gap == 0 ? tol : std::max(tol, scan_tol); }
 };
 
 // The rate at one gap, with what it took.
@@ -53,10 +58,11 @@ struct ContourResult {
   PairIntegrals pairs;                // with `with_pairs`, for the first gap
 };
 
-// The rates at `gaps` (hartree), each to the relative accuracy asked for. Neighbouring gaps
-// share a contour. With `with_pairs` (one gap only) the pair integrals are accumulated on the
-// same contour and grid. Throws FatalError (status 2) when no saddle point can be found: the
-// strip of convergence too narrow, a coupling that vanishes, or values that are not finite.
+// The rates at `gaps` (hartree), each to the relative accuracy asked for (settings.tol_at).
+// Neighbouring gaps share a contour. With `with_pairs` (one gap only) the pair integrals are
+// accumulated on the same contour and grid. Throws FatalError (status 2) when no saddle point can
+// be found: the strip of convergence too narrow, a coupling that vanishes, or values that are not
+// finite.
 //
 // Gaps of either sign. Below the mean of the spectrum the saddle point lies at tau0 < 0, and the
 // engine's strip ends at -beta; but C continues beyond it: C_21(-i beta - t) = (Z1/Z2) C_12(t),

@@ -132,27 +132,36 @@ Sums Band::sums(double gap, int level) const {
   return out;
 }
 
-void Band::integrate(std::span<const double> gaps, double centre, double phi2, double x,
-                     double lifted, std::span<GapRate> out, PairIntegrals* pairs) {
-  const double tol = set_.tol, sigma = set_.sigma;
-  // First step: x = 2 pi/h for the centre (from the plan), one period beyond the farthest gap.
-  double offset = 0.0;
-  for (double g : gaps) offset = std::max(offset, std::fabs(g - centre));
-  h_ = 2.0 * kPi / (offset + std::sqrt(offset * offset + x * x));
+void Band::integrate(std::span<const double> gaps, std::span<const double> tols, double centre,
+                     double phi2, double x, double lifted, std::span<GapRate> out,
+                     PairIntegrals* pairs) {
+  const double sigma = set_.sigma;
+  // First step: x = 2 pi/h for the centre (from the plan). A gap at an offset d from the centre
+  // meets the tilted spectrum's Gaussian side d nearer, so its period must reach sqrt(d^2 + x_g^2)
+  // beyond it, x_g the centre's x rescaled to the gap's own accuracy (aliasing falls as
+  // e^{-x^2/(2 phi'')}).
+  h_ = kInf;
+  for (std::size_t g = 0; g < gaps.size(); ++g) {
+    const double offset = std::fabs(gaps[g] - centre);
+    const double xg = x * std::sqrt(std::log(4.0 / tols[g]) / std::log(4.0 / tols[0]));
+    h_ = std::min(h_, 2.0 * kPi / (offset + std::sqrt(offset * offset + xg * xg)));
+  }
   // Window: the bound |integrand(s)| <= integrand(0) exp(-sigma^2 s^2/2) under a fifth of the
   // accuracy times the rate (expected, then found).
-  auto window_for = [&](double relative_rate) {
-    const double x = 0.2 * tol * relative_rate;
+  auto window_for = [&](double relative_error) {
+    const double x = 0.2 * relative_error;
     double s = 3.0 / sigma;
     for (int it = 0; it < 8; ++it)
       s = std::sqrt(2.0 * std::max(std::log(2.0 / (sigma * sigma * s * x)), 1.0)) / sigma;
     return s;
   };
+  // The smallest absolute error asked for, relative to the integrand at s = 0 (the rates
+  // expected from the saddle point's Gaussian).
   double expected = kInf;
-  for (double g : gaps) {
-    const double d = g - centre;
-    expected =
-        std::min(expected, std::sqrt(2.0 * kPi / phi2) * std::exp(-0.5 * d * d / phi2 - lifted));
+  for (std::size_t g = 0; g < gaps.size(); ++g) {
+    const double d = gaps[g] - centre;
+    expected = std::min(
+        expected, tols[g] * std::sqrt(2.0 * kPi / phi2) * std::exp(-0.5 * d * d / phi2 - lifted));
   }
   if (pairs) {
     pairs_ = pairs;
@@ -178,12 +187,11 @@ void Band::integrate(std::span<const double> gaps, double centre, double phi2, d
     for (std::size_t g = 0; g < gaps.size(); ++g) {
       fine[g] = sums(gaps[g], levels_);
       const double cancellation = 1e-15 * fine[g].magnitude / std::fabs(fine[g].sum);
-      if (g > 0 && !(cancellation <= 0.1 * tol)) rejected_[g] = true;
-      if (!rejected_[g]) smallest = std::min(smallest, std::fabs(h_ * fine[g].sum));
+      if (g > 0 && !(cancellation <= 0.1 * tols[g])) rejected_[g] = true;
+      if (!rejected_[g]) smallest = std::min(smallest, tols[g] * std::fabs(h_ * fine[g].sum));
     }
     // The window, checked against the rates found: widened where it is too short.
-    if (relative_tail(static_cast<double>(count) * h_) > 0.2 * tol * smallest &&
-        count < kMaxPoints) {
+    if (relative_tail(static_cast<double>(count) * h_) > 0.2 * smallest && count < kMaxPoints) {
       const std::int64_t wider = std::min(
           kMaxPoints,
           std::max(count + 1, static_cast<std::int64_t>(std::ceil(window_for(smallest) / h_))));
@@ -214,7 +222,7 @@ void Band::integrate(std::span<const double> gaps, double centre, double phi2, d
               : kInf;
       // A finer step cannot help where the sum cancels to below the accuracy asked for (lines
       // far narrower than their spacing, the gap between them): that gap is final.
-      if (!(error[g] <= tol) && !(cancellation > 0.5 * tol)) done = false;
+      if (!(error[g] <= tols[g]) && !(cancellation > 0.5 * tols[g])) done = false;
     }
     if (done || levels_ >= kMaxHalvings || 2 * count > kMaxPoints) break;
     // Halve the step: the midpoints form the next level.

@@ -175,6 +175,20 @@ TEST(Contour, EstimatedErrorBoundsTheTrueOne) {
       EXPECT_LT(r.evaluations, 330);
     }
   }
+  // A scan of 2 eV about the gap, its other gaps to 1e-4: each within its own bound, the first
+  // still within 1e-6, on few more points than the first alone needs.
+  std::vector<double> scan{gap};
+  for (int k = -100; k <= 100; ++k)
+    if (k != 0) scan.push_back(gap + k * 0.01 / au2ev);
+  const ContourResult alone = contour_rates(ctx, {sigma, 1e-6}, std::span<const double>(&gap, 1));
+  const ContourResult r = contour_rates(ctx, {sigma, 1e-6, 1e-4}, scan);
+  EXPECT_LT(r.evaluations, 1.15 * alone.evaluations);  // 327 with 1e-6 at every gap
+  EXPECT_LE(r.rates[0].error, 1e-6);
+  for (std::size_t i = 0; i < scan.size(); ++i) {
+    const double want_i = golden_rule(p, 1200, scan[i], sigma);
+    EXPECT_LE(std::fabs(r.rates[i].rate / want_i - 1.0), r.rates[i].error) << i;
+    EXPECT_LE(r.rates[i].error, 1e-4) << i;
+  }
 }
 
 // No damping, a negative temperature, no coupling (C vanishes on the imaginary axis: no saddle).
