@@ -225,11 +225,6 @@ Options parse(const std::vector<std::string>& args) {
 
 std::string cm(double hartree) { return printed("%.2f", hartree * au2cm); }
 
-// The run numbers the vibrations alone, 1 .. 3N-6 (its `mode =`, its log, `rate --modes`); here
-// the 3N-long quantities have the translations and rotations first.
-std::string mode_name(int k, const NormalModes& modes) {
-  return printed("mode %d (%s cm-1)", k - 6, cm(modes.omega[std::max(k, 1) - 1]).c_str());
-}
 
 std::vector<std::string> warnings(const PrepareResult& r, const QcState* st[2], const NacInput& nac,
                                   double ead) {
@@ -571,7 +566,7 @@ void prepare(const Options& o) {
   const QcState* st[2] = {&fin, &ini};
   std::vector<std::string> warned = early_warnings;
   for (const auto& w : warnings(r, st, nac, ead)) warned.push_back(w);
-  for (const auto& w : model_warnings(model)) warned.push_back(w);
+  for (const auto& w : model_warnings(model, r)) warned.push_back(w);
 
   InputSettings in;
   in.src = {fin.file, ini.file, nac.file};

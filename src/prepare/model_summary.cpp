@@ -10,6 +10,9 @@ namespace ictvcf {
 
 namespace {
 
+// The largest |S_cart - S_int| element warned about: a bond turning by about 3 degrees.
+constexpr double kFrameWarning = 0.05;
+
 std::string cm(double hartree) { return printed("%.2f", hartree * au2cm); }
 
 // A primitive's change in its own unit: bohr, or degrees for the angles.
@@ -64,6 +67,12 @@ std::string model_summary(const ModelReport& rep, const PrepareResult& r) {
       for (const auto& c : rep.carriers)
         s += "    " + c.label + " " + cm(c.share) + " cm-1 (changes " + change(c.kind, c.ds) +
              ", along the chord " + change(c.kind, c.chord) + ")\n";
+      s += printed(
+          "  Duschinsky matrix, cartesian minus internal: up to %.4f (state-2 %s,\n  state-1 "
+          "%s); bonds turn by up to %.2f degrees between the minima (%s)\n",
+          rep.s_difference, mode_name(rep.s_row, r.modes2).c_str(),
+          mode_name(rep.s_col, r.modes1).c_str(), rep.turn * 180.0 / std::numbers::pi,
+          rep.turn_label.c_str());
     }
   } else if (rep.model == Model::vg) {
     s += printed(
@@ -90,7 +99,7 @@ std::string model_summary(const ModelReport& rep, const PrepareResult& r) {
   return s;
 }
 
-std::vector<std::string> model_warnings(const ModelReport& rep) {
+std::vector<std::string> model_warnings(const ModelReport& rep, const PrepareResult& r) {
   std::vector<std::string> w;
   if (rep.model == Model::ah && rep.internal_ok && rep.difference > 0.10)
     w.push_back(printed(
@@ -102,6 +111,17 @@ std::vector<std::string> model_warnings(const ModelReport& rep) {
         rep.coordinates == Coordinates::internal ? " (the internal ones are written)"
                                                  : "; --coordinates internal measures it along "
                                                    "the curve"));
+  if (rep.model == Model::ah && rep.internal_ok && rep.s_difference > kFrameWarning)
+    w.push_back(printed(
+        "the Cartesian and internal Duschinsky matrices differ by up to %.3f (state-2 %s, "
+        "state-1 %s): bonds turn by up to %.1f degrees between the minima (%s), and in "
+        "Cartesian coordinates the modes that stretch a turning bond mix with those that turn it "
+        "(by about the sine of the angle); rates at gaps well above the reorganisation energy "
+        "are sensitive to that mixing: compare k_IC with --coordinates %s",
+        rep.s_difference, mode_name(rep.s_row, r.modes2).c_str(),
+        mode_name(rep.s_col, r.modes1).c_str(), rep.turn * 180.0 / std::numbers::pi,
+        rep.turn_label.c_str(),
+        rep.coordinates == Coordinates::internal ? "cartesian" : "internal"));
   return w;
 }
 

@@ -14,6 +14,6 @@ namespace ictvcf {
 std::string model_summary(const ModelReport& rep, const PrepareResult& r);
 
 // One line each, without the prefix.
-std::vector<std::string> model_warnings(const ModelReport& rep);
+std::vector<std::string> model_warnings(const ModelReport& rep, const PrepareResult& r);
 
 }  // namespace ictvcf

@@ -53,6 +53,39 @@ void totals(PrepareResult& r) {
   }
 }
 
+// Where the Cartesian frame and the curvilinear one part: the Duschinsky matrices' largest
+// difference, and the largest turn of a bond between the minima (a bond turning by theta mixes,
+// in Cartesian coordinates, the modes that stretch it with those that turn it by about sin theta;
+// along the bond the frames agree).
+void compare_frames(const PrepareResult& r, const Curvilinear& c, const std::vector<int>& z,
+                    ModelReport& rep) {
+  for (int j = 1; j <= r.nvib; ++j)
+    for (int i = 1; i <= r.nvib; ++i) {
+      const double d = std::fabs(r.s(i + 6, j + 6) - c.polar.q(i, j));
+      if (d > rep.s_difference) {
+        rep.s_difference = d;
+        rep.s_row = i + 6;
+        rep.s_col = j + 6;
+      }
+    }
+  for (const Primitive& p : c.set.prims) {
+    if (p.kind != PrimitiveKind::bond) continue;
+    double u[3], v[3];
+    for (int k = 0; k < 3; ++k) {
+      u[k] = r.x1[3 * p.b + k] - r.x1[3 * p.a + k];
+      v[k] = r.x2[3 * p.b + k] - r.x2[3 * p.a + k];
+    }
+    const double cx = u[1] * v[2] - u[2] * v[1], cy = u[2] * v[0] - u[0] * v[2],
+                 cz = u[0] * v[1] - u[1] * v[0];
+    const double turn =
+        std::atan2(std::sqrt(cx * cx + cy * cy + cz * cz), u[0] * v[0] + u[1] * v[1] + u[2] * v[2]);
+    if (turn > rep.turn) {
+      rep.turn = turn;
+      rep.turn_label = primitive_label(p, z);
+    }
+  }
+}
+
 void adiabatic(const QcState& fin, const QcState& ini, const NacInput* nac, const ModelOptions& o,
                ModelReport& rep, PrepareResult& r) {
   r = prepare_pair(fin, ini, nac);
@@ -83,6 +116,7 @@ void adiabatic(const QcState& fin, const QcState& ini, const NacInput* nac, cons
       rep.carriers.push_back(
           {primitive_label(p, fin.atomic_number), p.kind, c.energy[i], c.ds[i], c.chord[i]});
     }
+    compare_frames(r, c, fin.atomic_number, rep);
     if (o.coordinates == Coordinates::internal) use_curvilinear(r, c);
   } catch (const InternalsUnavailable& e) {
     if (o.coordinates == Coordinates::internal)

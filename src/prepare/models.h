@@ -48,6 +48,13 @@ struct ModelReport {
   };
   std::vector<Carrier> carriers;
   double difference = 0.0;  // largest |Cartesian / internal - 1| of lambda1, lambda2
+  // The two frames' Duschinsky matrices (vibrational blocks, made orthogonal): the largest
+  // |S_cart - S_int| element, at state-2 mode `s_row` and state-1 mode `s_col` (1-based over 3N);
+  // and the bond whose direction turns most between the two minima, by `turn` radians.
+  double s_difference = 0.0;
+  int s_row = 0, s_col = 0;
+  double turn = 0.0;
+  std::string turn_label;
   // The vertical models.
   double geometry_rms = 0.0;   // INITIAL's geometry from FINAL's, bohr
   double gradient_norm = 0.0;  // |g| over the vibrations, hartree/bohr

@@ -8,6 +8,7 @@
 #include "util/constants.h"
 #include "util/errors.h"
 #include "util/lapack.h"
+#include "util/strings.h"
 
 namespace ictvcf {
 
@@ -404,6 +405,10 @@ PrepareResult prepare_pair(const QcState& fin, const QcState& ini, const NacInpu
     r.rif = mul(l1, true, g);
   }
   return r;
+}
+
+std::string mode_name(int k, const NormalModes& modes) {
+  return printed("mode %d (%.2f cm-1)", k - 6, modes.omega[std::max(k, 1) - 1] * au2cm);
 }
 
 }  // namespace ictvcf

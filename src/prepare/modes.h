@@ -4,6 +4,7 @@
 // final state's modes, with the numbers that say how far each can be trusted. No files, no output.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "prepare/qc_files.h"
@@ -45,6 +46,11 @@ double inertia_ratio(const std::vector<double>& m, const std::vector<double>& x)
 // The six orthonormal mass-weighted vectors of translation and rotation at the centred geometry
 // x (3N x 6; the rotations orthonormalised symmetrically). The molecule must not be linear.
 Matrix<double> external_basis(const std::vector<double>& m, const std::vector<double>& x);
+
+// "mode 3 (248.85 cm-1)" for column k (1-based, 7 .. 3N) of the modes: the run numbers the
+// vibrations alone, 1 .. 3N-6 (its `mode =`, its log, `rate --modes`), while the 3N-long
+// quantities here have the translations and rotations first.
+std::string mode_name(int k, const NormalModes& modes);
 
 // Masses in electron masses, x centred (bohr), h the Cartesian Hessian (hartree/bohr^2).
 NormalModes normal_modes(const std::vector<double>& m, const std::vector<double>& x,

@@ -44,8 +44,9 @@ TEST(PrepareCommand, CoumarinFilesDriveTheRunAndTheRate) {
   const std::string s1 = qc_file("coumarin/coumarin_s1.fchk");
   const Result r = ictvcf("prepare " + s0 + " " + s1 + " --out case");
   ASSERT_EQ(r.status, 0) << r.err;
-  // Only the two files' small gradients are worth a warning.
-  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 2) << r.err;
+  // The two files' small gradients, and the bonds that turn by a few degrees (the two frames'
+  // Duschinsky matrices part by about the sine of the turn).
+  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 3) << r.err;
   EXPECT_NE(r.err.find("gradient"), std::string::npos);
 
   // The run's readers see the numbers computed here.

@@ -337,6 +337,11 @@ TEST(PrepareModels, CommandLineSummariesAndBadInput) {
   EXPECT_NE(in.out.find("state 1: 635.55 cm-1 internal, 9136.74 cm-1 cartesian"),
             std::string::npos);
   EXPECT_NE(in.err.find("reorganisation energies 1338 % apart"), std::string::npos) << in.err;
+  // The O-H bonds turn by 32 degrees: the Cartesian S mixes their stretch by about sin 32 deg.
+  EXPECT_NE(in.err.find("Duschinsky matrices differ by up to 0.533 (state-2 mode 6 (3786.58 "
+                        "cm-1), state-1 mode 1 (281.28 cm-1)): bonds turn by up to 32.0 degrees"),
+            std::string::npos)
+      << in.err;
 
   // The vertical gradient model from an ORCA gradient file equals the adiabatic model of the
   // displaced-only pair; its ead is the vertical energy less the relaxation energy.
