@@ -225,7 +225,6 @@ Options parse(const std::vector<std::string>& args) {
 
 std::string cm(double hartree) { return printed("%.2f", hartree * au2cm); }
 
-
 std::vector<std::string> warnings(const PrepareResult& r, const QcState* st[2], const NacInput& nac,
                                   double ead) {
   std::vector<std::string> w;
