@@ -163,7 +163,8 @@ class Band {
 
   // Integrates the band's gaps, each to its own relative accuracy `tols`; `centre` (the first
   // gap) is the gap whose saddle the contour is planned for, `phi2` its phi'', `x` = 2 pi/h the
-  // first step for it, `lifted` how far phi at the contour is above its minimum. With `pairs`, also the pair integrals of the first gap.
+  // first step for it, `lifted` how far phi at the contour is above its minimum. With `pairs`, also
+  // the pair integrals of the first gap.
   void integrate(std::span<const double> gaps, std::span<const double> tols, double centre,
                  double phi2, double x, double lifted, std::span<GapRate> out,
                  PairIntegrals* pairs);
