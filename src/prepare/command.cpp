@@ -34,7 +34,8 @@ const char* const kPrepareUsage =
     "                      [--temp K] [--fwhm VALUE cm-1|eV|au] [--out DIR] [--force]\n"
     "                      [--keep-order] [--drop-ghosts]\n"
     "                      [--coordinates cartesian|internal] [--model ah|vh|vg]\n"
-    "                      [--drop-below FREQ cm-1] [--dipole-from FILE] [--dipole-root N]\n"
+    "                      [--gradient FILE] [--drop-below FREQ cm-1] [--dipole-from FILE] "
+    "[--dipole-root N]\n"
     "                      [--soc-from FILE TRIPLET SINGLET]\n";
 
 constexpr double kFwhmCm = 200.0;  // Gaussian broadening written for the rate, cm-1
@@ -57,7 +58,8 @@ const char* const kHelp =
     "temperature and broadening. Files already in DIR are replaced only with --force.\n"
     "--coordinates measures the displacement between the minima along the straight Cartesian\n"
     "chord (default) or along curvilinear internal coordinates; --model vg or vh takes INITIAL's\n"
-    "gradient at FINAL's geometry instead of INITIAL's own minimum; --drop-below removes the\n"
+    "gradient at FINAL's geometry instead of INITIAL's own minimum (with vh, --gradient FILE\n"
+    "gives it where INITIAL holds none, as an ORCA .hess); --drop-below removes the\n"
     "displacement of state 1's modes below FREQ. dipole.dat (for 'ictvcf rate --radiative') is\n"
     "written when INITIAL's checkpoint, or --dipole-from FILE (a TD checkpoint or an ORCA\n"
     "output), holds a transition dipole; --dipole-root N picks the excited state (default 1).\n"
@@ -70,7 +72,7 @@ struct UsageError : std::runtime_error {
 };
 
 struct Options {
-  std::string final_file, initial_file, nac_file, out_dir = ".";
+  std::string final_file, initial_file, nac_file, gradient_file, out_dir = ".";
   NacGeometry nac_at = NacGeometry::unknown;
   bool has_ead = false;
   double ead = 0.0;  // hartree
@@ -194,6 +196,8 @@ Options parse(const std::vector<std::string>& args) {
             "found '" +
             v + "'");
       o.dipole_root = static_cast<int>(x);
+    } else if (a == "--gradient") {
+      o.gradient_file = value("a file with INITIAL's gradient");
     } else if (a == "--out") {
       o.out_dir = value("a directory");
     } else if (a == "--force") {
@@ -214,6 +218,10 @@ Options parse(const std::vector<std::string>& args) {
   if (o.nac_file.empty() && (seen.count("--nac-geometry") || seen.count("--nac-unit")))
     throw UsageError(std::string(seen.count("--nac-geometry") ? "--nac-geometry" : "--nac-unit") +
                      " describes the file of --nac, which is not given");
+  if (!o.gradient_file.empty() && o.model.model != Model::vh)
+    throw UsageError(
+        "--gradient gives INITIAL's gradient for --model vh (with vg, INITIAL is the gradient "
+        "file itself)");
   if (o.model.model != Model::ah && o.model.coordinates == Coordinates::internal)
     throw UsageError(
         "expected --coordinates cartesian with --model vh or vg (both states are "
@@ -450,12 +458,31 @@ std::optional<PreparedDipole> prepare_dipole(const Options& o, const QcState& in
   return p;
 }
 
+// INITIAL's gradient from a file of its own (an ORCA .engrad beside a .hess of one geometry):
+// the same atoms at the same geometry, in the same frame (within the vertical models' 2e-3
+// bohr rms, not aligned).
+void take_gradient(QcState& ini, const QcState& g) {
+  if (g.atomic_number != ini.atomic_number)
+    throw IoError(g.file, 0,
+                  "expected the gradient of the atoms of " + ini.file + ", in its order");
+  double sum = 0.0;
+  for (std::size_t i = 0; i < ini.x.size(); ++i) sum += (g.x[i] - ini.x[i]) * (g.x[i] - ini.x[i]);
+  const double rms = std::sqrt(sum / ini.natoms());
+  if (!(rms <= kVerticalGeometryBohr))
+    throw IoError(g.file, 0,
+                  printed("expected the gradient at the geometry of %s: the two are %.3g bohr "
+                          "apart (rms)",
+                          ini.file.c_str(), rms));
+  ini.gradient = g.gradient;
+}
+
 void prepare(const Options& o) {
   const QcState fin = read_qc_state(o.final_file, o.drop_ghosts);
   // With the vertical gradient model INITIAL is a gradient at FINAL's geometry, checked there.
   const bool vertical_gradient = o.model.model == Model::vg;
   QcState ini = vertical_gradient ? read_gradient_state(o.initial_file, fin)
                                   : read_qc_state(o.initial_file, o.drop_ghosts);
+  if (!o.gradient_file.empty()) take_gradient(ini, read_gradient_state(o.gradient_file, fin));
   std::vector<std::string> notes, early_warnings;
 
   // One molecule in both files; atoms of one element may be numbered differently.
@@ -557,6 +584,7 @@ void prepare(const Options& o) {
 
   ModelReport model;
   const PrepareResult r = prepare_model(fin, ini, &nac, o.model, model);
+  model.gradient_file = o.gradient_file;
   if (o.model.model != Model::ah && !o.has_ead) {
     ead += model.ead_shift;
     ead_origin = "E(initial) - E(final) at the final geometry, less the relaxation energy " +

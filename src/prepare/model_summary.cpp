@@ -82,7 +82,8 @@ std::string model_summary(const ModelReport& rep, const PrepareResult& r) {
   } else {
     s += printed(
         "model: VH (vertical Hessian): FINAL's Hessian for state 1; INITIAL's Hessian (state 2)\n"
-        "  and gradient at FINAL's geometry (rms %.4f bohr from it, |g| %.3e hartree/bohr)\n",
+        "  and gradient%s at FINAL's geometry (rms %.4f bohr from it, |g| %.3e hartree/bohr)\n",
+        rep.gradient_file.empty() ? "" : (" (from " + rep.gradient_file + ")").c_str(),
         rep.geometry_rms, rep.gradient_norm);
   }
   if (rep.model != Model::ah)

@@ -59,6 +59,7 @@ struct ModelReport {
   double geometry_rms = 0.0;   // INITIAL's geometry from FINAL's, bohr
   double gradient_norm = 0.0;  // |g| over the vibrations, hartree/bohr
   double ead_shift = 0.0;      // added to E(INITIAL) - E(FINAL): minus the relaxation energy
+  std::string gradient_file;   // where INITIAL's gradient came from, when not INITIAL itself
   // Modes left out.
   int dropped = 0;
   double drop_below = 0.0, dropped_lambda1 = 0.0, lambda2_before = 0.0;

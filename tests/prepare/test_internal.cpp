@@ -368,6 +368,16 @@ TEST(PrepareModels, CommandLineSummariesAndBadInput) {
   EXPECT_NEAR(std::stod(word_after(vg.out, label)) / std::stod(word_after(ah.out, label)), 1.0,
               1e-8);
   EXPECT_EQ(word_after(vg.out, "ead: "), word_after(ah.out, "ead: "));
+  // The vertical Hessian model from ORCA files: INITIAL's .hess at FINAL's geometry (here the
+  // same Hessian) and its .engrad.
+  testing::write_file("vertical.hess", testing::orca_hess(s0, true, s0.energy + 0.1 + lambda));
+  const auto vh = testing::run_exe("prepare " + s0f + " vertical.hess --model vh --gradient " +
+                                   "grad.engrad --nac " + s1f + " --out vh");
+  ASSERT_EQ(vh.status, 0) << vh.err;
+  EXPECT_NE(vh.out.find("and gradient (from grad.engrad) at FINAL's geometry"), std::string::npos);
+  EXPECT_NEAR(std::stod(word_after(vh.out, label)) / std::stod(word_after(ah.out, label)), 1.0,
+              1e-8);
+  EXPECT_EQ(word_after(vh.out, "ead: "), word_after(ah.out, "ead: "));
 
   // Without --coordinates internal a geometry in pieces (in both files: a bond at either geometry
   // counts) still gives the Cartesian files.
@@ -391,6 +401,8 @@ TEST(PrepareModels, CommandLineSummariesAndBadInput) {
       {s0f + " elsewhere.engrad --model vg --nac " + s1f, "expected the gradient at the geometry"},
       {s0f + " shifted.hess --model vg --nac " + s1f, "shifted.hess: expected the initial state's"},
       {s0f + " " + s1f + " --model vg", "coumarin_s1.fchk: expected the gradient at the geometry"},
+      {s0f + " vertical.hess --model vh --gradient elsewhere.engrad --nac " + s1f,
+       "elsewhere.engrad: expected the gradient at the geometry of vertical.hess"},
       {s0f + " nac.txt --model vg", "nac.txt: expected an ORCA gradient file (.engrad)"},
       {h115 + " " + h180 + " --model vh" + nac,
        "expected the initial state's gradient at the final geometry"},
