@@ -149,25 +149,5 @@ TEST(FastEngine, SameBitsForAnyThreadCount) {
     EXPECT_EQ(std::memcmp(runs[0].data(), runs[i].data(), runs[0].size() * sizeof(cplx)), 0);
 }
 
-// What the MPI run sends: the inputs packed and unpacked, operator included, give the same values.
-TEST(FastEngine, PackedInputsKeepTheOperator) {
-  EngineInputs in = testing::random_system(5, 11, 0.6, 300.0);
-  in.op.kind = OperatorKind::dipole;
-  in.op.mu0 = {0.3, -0.2, 0.1};
-  in.op.dmu.assign(15, 0.0);
-  in.op.dmu[2] = 0.01, in.op.dmu[9] = -0.02;
-  const EngineInputs back = unpack_engine_inputs(pack(in));
-  EXPECT_EQ(back.op.kind, OperatorKind::dipole);
-  EXPECT_EQ(back.op.mu0, in.op.mu0);
-  EXPECT_EQ(back.op.dmu, in.op.dmu);
-  EngineContext a(in), b(back);
-  const std::vector<cplx> t{cplx(37.0, 0.0), cplx(0.0, 12.0)};
-  std::vector<PointValue> va(2), vb(2);
-  evaluate(a, t, va);
-  evaluate(b, t, vb);
-  for (int k = 0; k < 2; ++k) EXPECT_EQ(va[k].pairs, vb[k].pairs);
-  EXPECT_EQ(correlation_at_zero(a), correlation_at_zero(b));
-}
-
 }  // namespace
 }  // namespace ictvcf

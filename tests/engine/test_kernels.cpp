@@ -53,15 +53,6 @@ std::vector<cplx> path(std::initializer_list<double> degrees) {
 
 cplx at(double degrees) { return std::polar(1.0, degrees * M_PI / 180.0); }
 
-TEST(Dosqrt, ThetaAndPrincipalRootsInTheRightHalfPlane) {
-  EXPECT_EQ(theta({1.0, 0.0}), 0.0);
-  EXPECT_DOUBLE_EQ(theta({-1.0, 0.0}), M_PI);
-  EXPECT_DOUBLE_EQ(theta({0.0, -2.0}), -M_PI / 2);
-  std::vector<cplx> z{{4.0, 0.0}, {3.0, 4.0}, {1.0, -1.0}, {-1.0, 1.0}};
-  std::vector<cplx> w = roots(z);
-  for (std::size_t i = 0; i < z.size(); ++i) EXPECT_LT(std::abs(w[i] - std::sqrt(z[i])), 1e-15);
-}
-
 TEST(Dosqrt, WindsOnceTwiceAndBack) {
   // Counter-clockwise through +pi once: the root continues past the principal branch.
   std::vector<cplx> w = roots(path({90, 170, 190, 270}));

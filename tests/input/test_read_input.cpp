@@ -42,13 +42,8 @@ TEST(ExtractInput, NoStartMarkerWithNonBlankLastLineIsEndOfFileError) {
   ScratchDir dir;
   Units u;
   write_file("in.inp", "title\n a = 1\n");
-  try {
-    extract_input(u, "in.inp", ".in.inp", "&ic_tvcf", "/");
-    FAIL();
-  } catch (const IoError& e) {
-    EXPECT_EQ(e.file, "in.inp");
-    EXPECT_EQ(e.line, 3);
-  }
+  EXPECT_THROW_MSG(extract_input(u, "in.inp", ".in.inp", "&ic_tvcf", "/"), IoError,
+                   "in.inp, line 3:");
   EXPECT_TRUE(testing::exists(".in.inp"));  // the block file was opened before the search
 }
 

@@ -176,6 +176,8 @@ TEST(PrepareCommand, TransitionDipoleOfATdCheckpoint) {
   EXPECT_NEAR(std::stod(word_after(k.out, "\nk_r =")) / (kr * au_per_second), 1.0, 2e-5) << k.out;
 }
 
+// (A linear molecule and ghost atoms are refused in prepare/test_real_files.cpp and
+// prepare/test_qc_files.cpp.)
 TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
   ScratchDir dir;
   const std::string m0 = qc_file("methylium/opt_freq_s0.fchk");
@@ -187,12 +189,6 @@ TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
 
   const QcState s = read_qc_state(m0);
   write_file("noenergy.hess", testing::orca_hess(s, true, 0.0));
-  QcState line = s;
-  line.x = {0, 0, -2.2, 0, 0, 0, 0, 0, 2.2, 0, 0, 4.2};
-  write_file("linear.hess", testing::orca_hess(line, true, -1.0));
-  std::string ghost = testing::orca_hess(s, true, -1.0);
-  ghost.replace(ghost.rfind("\n H "), 4, "\n Bq ");
-  write_file("ghost.hess", ghost);
   write_file("nac.txt", "0 0 0.1\n0 0 -0.1\n0 0 0\n0 0 0\n");
   write_file("notadir", "");
   const std::string dvb = qc_file("real/gaussian/cclib_g16_dvb_ir.fchk");
@@ -201,8 +197,6 @@ TEST(PrepareCommand, PoorPairWarnsAndBadInputWritesNothing) {
   const std::pair<std::string, std::string> cases[] = {
       {m0 + " " + c1, "expected the same 4 atoms"},
       {"noenergy.hess " + m1, "expected a total energy"},
-      {"linear.hess linear.hess", "expected a non-linear molecule"},
-      {"ghost.hess " + m1, "atom 4: a ghost atom (no nucleus or mass 0, such as Bq)"},
       {m0 + " " + m1 + " --nac nac.txt", "--nac-geometry final|initial"},
       {m0 + " " + m1 + " --nac-geometry final", "--nac-geometry describes the file of --nac"},
       {m0 + " " + m1 + " --ead 3.1", "expected a unit (eV, cm-1 or au) after --ead"},

@@ -107,19 +107,5 @@ TEST_F(Coumarin, RigidMotionsAndSwappingChangeNothing) {
   EXPECT_LT(max_diff(ba.d1, ab.d2, -1.0), 1e-10);
 }
 
-TEST_F(Coumarin, DisplacementAlongOneModeIsOneHot) {
-  const PrepareResult r0 = prepare_pair(*s0, *s0, nullptr);
-  const int k = 20;
-  const double delta = 2.5;
-  QcState shifted = *s0;
-  for (int i = 0; i < r0.n3; ++i)
-    shifted.x[i] += delta * r0.modes1.l(i + 1, k) / std::sqrt(r0.mass[i / 3]);
-  const PrepareResult r = prepare_pair(*s0, shifted, nullptr);
-  std::vector<double> hot(r.n3, 0.0);
-  hot[k - 1] = -delta;
-  EXPECT_LT(max_diff(r.d1, hot), 1e-9);
-  EXPECT_NEAR(r.rotation_deg, 0.0, 1e-9);
-}
-
 }  // namespace
 }  // namespace ictvcf

@@ -1,6 +1,7 @@
-// The quantum-chemistry readers: the fields of a formatted checkpoint, ORCA Hessian files in both
-// column layouts, a coupling given three ways (checkpoint, ORCA output in another frame, plain
-// list) giving the same couplings, and bad files reported with their line.
+// The quantum-chemistry readers: a coupling given three ways (checkpoint, ORCA output in another
+// frame, plain list) giving the same couplings, and bad files reported with their line. (The ORCA
+// Hessian layouts are read in prepare/test_real_files.cpp, 6 columns in F format, and
+// prepare/test_internal.cpp, 5 in E format, against exact references.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,32 +20,6 @@ using testing::qc_file;
 using testing::rotation;
 using testing::ScratchDir;
 using testing::write_file;
-
-TEST(QcFiles, CheckpointFieldsAndOrcaHessiansInBothLayouts) {
-  const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));
-  const QcState s1 = read_qc_state(qc_file("coumarin/coumarin_s1.fchk"));
-  // The fields as the normal-mode analysis needs them are checked there, against the file's own
-  // frequencies and an independent analysis; a frequency job without a coupling writes zeros.
-  EXPECT_TRUE(s0.nac.empty());
-  ASSERT_EQ(s1.file_omega.size(), 45u);
-
-  // The same Hessian as ORCA writes it (6 columns in F format, 5 in E format): frequencies
-  // within 0.1 cm-1 of the checkpoint's own analysis.
-  ScratchDir dir;
-  for (bool e_format : {true, false}) {
-    write_file("s1.hess", testing::orca_hess(s1, e_format, s1.energy));
-    QcState h = read_qc_state("s1.hess");
-    EXPECT_EQ(h.format, "ORCA hess");
-    EXPECT_NEAR(h.energy, s1.energy, 1e-8);
-    double dh = 0.0;
-    for (std::size_t i = 0; i < h.hessian.data.size(); ++i)
-      dh = std::max(dh, std::fabs(h.hessian.data[i] - s1.hessian.data[i]));
-    EXPECT_LT(dh, e_format ? 1e-9 : 6e-7);
-    h.file_omega = s1.file_omega;
-    const PrepareResult r = prepare_pair(h, h, nullptr);
-    EXPECT_LT(r.state[0].omega_dev, e_format ? 1e-3 : 0.1) << r.state[0].omega_dev;
-  }
-}
 
 TEST(QcFiles, CouplingGivenThreeWaysGivesTheSameCouplings) {
   const QcState s0 = read_qc_state(qc_file("coumarin/coumarin_s0.fchk"));

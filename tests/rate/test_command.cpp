@@ -130,11 +130,6 @@ TEST(RateCommand, ClosedCaseRateAndFilesOnAPoorGrid) {
   ASSERT_FALSE(time_ticks.empty());
   EXPECT_LT(*std::max_element(time_ticks.begin(), time_ticks.end()), 100.0);
   EXPECT_GE(*std::max_element(time_ticks.begin(), time_ticks.end()), 40.0);
-  for (const char* svg : {"ft.dat.rate.svg", "ft.dat.corr.svg"}) {
-    const std::string s = read_file(svg);
-    EXPECT_EQ(s.rfind("<svg ", 0), 0u) << svg;
-    EXPECT_EQ(s.substr(s.size() - 7), "</svg>\n") << svg;
-  }
   // The modes and temperatures, with their files.
   const Result study = rate("--modes --temps 0,10,300 ic.inp");
   EXPECT_EQ(study.status, 0) << study.err;
@@ -233,9 +228,7 @@ TEST(RateCommand, ErrorsAndTheirStatuses) {
        "broadentype = 'voigt' is neither"},
       {"/", "  isgauss = .true.\n/", "", 1, "isgauss is set but no width is"},
       {"  ftfile = ft.dat\n", "", "", 2, "ftfile in the &ic_tvcf block"},
-      {"ead = 0.1", "ead = -0.1", "", 2, "must be positive"},
       {"ead = 0.1", "ead = 0", "", 2, "must be positive"},
-      {"", "", "--tol 2", 2, "ictvcf rate: --tol 2: expected a relative accuracy"},
       {"", "", "--tol 1", 2, "ictvcf rate: --tol 1: expected a relative accuracy"},
       {"/", "  isgauss = .true.\n  degauss = 200 cm-1\n/", "--modes --real-axis", 2,
        "--modes integrates on the shifted contour"},
@@ -267,9 +260,8 @@ TEST(RateCommand, RadiativeAndYield) {
   const Result r = rate("--radiative --modes --temps 10,300 ic.inp");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.err, "");
-  for (const char* line : {"\nconventions: k_r = (4 n^2 / 3 c^3) sum over x, y, z",
-                           "\nk_r = ", "  Franck-Condon:   2.3127",
-                           "  interference:    0.000000e+00", "\nmodes: 1 modes lend intensity"})
+  for (const char* line :
+       {"  Franck-Condon:   2.3127", "  interference:    0.000000e+00", "\nmodes: 1 modes lend"})
     EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
   EXPECT_FALSE(private_dirs_left());
   EXPECT_EQ(listing(), (std::set<std::string>{"dipole.dat", "dushin.dat", "ft.dat.emission",
@@ -298,18 +290,14 @@ TEST(RateCommand, RadiativeAndYield) {
   EXPECT_NE(y.out.find("n = 1.33 (k_r scales as n^2)"), std::string::npos) << y.out;
   EXPECT_EQ(lines(read_file("ft.dat.yield")), 1 + 1);
 
-  // Bad inputs: one line, status 2, nothing written.
+  // Bad inputs: one line, status 2, nothing written (the bad rows of a dipole file are read in
+  // rate/test_radiative.cpp).
   const std::set<std::string> before = listing();
   const std::pair<std::string, std::string> bad[] = {
       {"--radiative --dipole none.dat ic.inp", "ictvcf: none.dat: cannot open the file"},
-      {"--radiative --dipole zero.dat ic.inp",
-       "zero.dat: expected a transition dipole that is not zero"},
-      {"--yield --dipole row.dat ic.inp", "ictvcf: row.dat, line 2: expected an integer and three"},
       {"--radiative --refractive-index -1 ic.inp", "--refractive-index -1: expected the medium's"},
       {"--radiative --real-axis ic.inp", "on the shifted contour only"},
   };
-  write_file("zero.dat", "0 0 0 0\n");
-  write_file("row.dat", "0 1 0 0\n2 0.1 zero 0\n");
   for (const auto& [options, message] : bad) {
     const Result e = rate(options);
     EXPECT_EQ(e.status, 2) << options;
@@ -326,7 +314,6 @@ TEST(RateCommand, RadiativeAndYield) {
   EXPECT_NE(l.err.find("k_r needs a Gaussian line"), std::string::npos) << l.err;
   std::set<std::string> after = listing();
   after.erase("lorentz.inp");
-  after.erase("zero.dat"), after.erase("row.dat");
   EXPECT_EQ(after, before);
 }
 
@@ -342,8 +329,7 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.err, "");
   for (const char* line :
-       {"\nk_ISC = 5.119949e+08 s-1\n", "\nrule: singlet-triplet: |V|^2 = sum over",
-        "\n|V|^2 = 1.000000e+00 cm-2 = 2.076019e-11 au^2\n", "1 cm-1 = 4.556335e-06 hartree",
+       {"\nk_ISC = 5.119949e+08 s-1\n", "\n|V|^2 = 1.000000e+00 cm-2 = 2.076019e-11 au^2\n",
         "\n     300.000  5.119949e+08"})
     EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
   EXPECT_FALSE(private_dirs_left());
@@ -362,10 +348,7 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
   write_file("up.inp", text);
   const Result up = rate("--isc --soc 0.5,0.5:0.5,-0.5 cm-1 --spin triplet-singlet up.inp");
   ASSERT_EQ(up.status, 0) << up.err;
-  for (const char* line :
-       {"(uphill: the initial state lies below the final one)", "\nk_ISC = 9.629786e+01 s-1\n",
-        "of the reverse crossing", "the average over the initial triplet's sublevels"})
-    EXPECT_NE(up.out.find(line), std::string::npos) << line << "\n" << up.out;
+  EXPECT_NE(up.out.find("\nk_ISC = 9.629786e+01 s-1\n"), std::string::npos) << up.out;
 
   // 1 cm-1 in the other units: the same rate.
   for (const char* soc : {"4.5563352667e-06 au", "1.2398424402e-04 eV"})
@@ -373,12 +356,10 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
                   .out.find("\nk_ISC = 5.119949e+08 s-1\n"),
               std::string::npos)
         << soc;
-  // From a file: |V0_0| = |0.6 + 0.8i| = 1 cm-1 alone is the same rate; a derivative along the
-  // undisplaced mode 2 adds its own, with no interference (its lines are one quantum away).
-  write_file("soc.dat", "# S1 -> T1\n0  0.6:0.8 0 0  cm-1\n");
-  const Result file = rate("--isc --soc-file soc.dat ic.inp");
-  EXPECT_NE(file.out.find("\nk_ISC = 5.119949e+08 s-1\n"), std::string::npos) << file.out;
-  write_file("soc.dat", "0  0.6:0.8 0 0  cm-1\n2  0 0 10:3\n");
+  // From a file: |V0_0| = |0.6 + 0.8i| = 1 cm-1 gives the same Franck-Condon rate; a derivative
+  // along the undisplaced mode 2 adds its own, with no interference (its lines are one quantum
+  // away).
+  write_file("soc.dat", "# S1 -> T1\n0  0.6:0.8 0 0  cm-1\n2  0 0 10:3\n");
   const Result ht = rate("--isc --soc-file soc.dat --modes ic.inp");
   ASSERT_EQ(ht.status, 0) << ht.err;
   for (const char* line : {"  Franck-Condon:   5.119949e+08 s-1", "  interference:    0.000000e+00",
@@ -393,8 +374,8 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
   write_file("dipole.dat", "0 1 0 0\n");
   const Result y = rate("--yield --soc 1 cm-1 --isc-input ic.inp s0.inp");
   ASSERT_EQ(y.status, 0) << y.err;
-  for (const char* line : {"\nintersystem crossing: ic.inp, ead = 3000 cm-1",
-                           "\nPhi_F = k_r / (k_r + k_IC + k_ISC)\n", "  k_ISC = 5.119949e+08  "})
+  for (const char* line :
+       {"\nintersystem crossing: ic.inp, ead = 3000 cm-1", "  k_ISC = 5.119949e+08  "})
     EXPECT_NE(y.out.find(line), std::string::npos) << line << "\n" << y.out;
   std::istringstream row(read_file("ft.dat.yield").substr(read_file("ft.dat.yield").find('\n')));
   double temp = 0, k_r = 0, k_ic = 0, phi = 0, more[4], k_isc = 0;
