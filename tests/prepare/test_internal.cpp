@@ -275,6 +275,7 @@ TEST(Models, VerticalModelsOnADisplacedOnlyPairEqualTheAdiabaticOne) {
   EXPECT_NEAR(d.lambda1, g.lambda1 - rep.dropped_lambda1, 1e-9 * g.lambda1);
   EXPECT_EQ(d.d1[9], 0.0);
   EXPECT_NEAR(d.d1[19], g.d1[19], 1e-12);
+  EXPECT_NEAR(d.lambda2 / d.lambda1, 1.0, 1e-9);  // S = 1: state 2 loses the same part
 }
 
 // An ORCA gradient file of a state's gradient, energy and geometry.
@@ -331,6 +332,8 @@ TEST(PrepareModels, CommandLineSummariesAndBadInput) {
   EXPECT_NEAR(std::stod(word_after(vg.out, label)) / std::stod(word_after(ah.out, label)), 1.0,
               1e-8);
   EXPECT_EQ(word_after(vg.out, "ead: "), word_after(ah.out, "ead: "));
+  EXPECT_NEAR(std::stod(word_after(vg.out, "relaxation energy on the initial state ")),
+              lambda * au2cm, 0.006);
   // The vertical Hessian model from ORCA files: INITIAL's .hess at FINAL's geometry (here the
   // same Hessian) and its .engrad.
   testing::write_file("vertical.hess", testing::orca_hess(s0, true, s0.energy + 0.1 + lambda));
@@ -356,6 +359,9 @@ TEST(PrepareModels, CommandLineSummariesAndBadInput) {
   QcState other = hooh(115);
   other.gradient.assign(12, 0.01);
   testing::write_file("hooh.engrad", engrad(other, -1.0));
+  QcState elsewhere = read_qc_state(s1f);
+  elsewhere.gradient.assign(51, 0.01);
+  testing::write_file("elsewhere.engrad", engrad(elsewhere, -1.0));
   const std::pair<std::string, std::string> cases[] = {
       {s0f + " hooh.engrad --model vg --nac " + s1f, "expected the same 17 atoms"},
       {s0f + " shifted.hess --model vg --nac " + s1f, "shifted.hess: expected the initial state's"},

@@ -284,6 +284,12 @@ TEST(RateCommand, RadiativeAndYield) {
   EXPECT_GT(rows, 100);
   EXPECT_NEAR(integral / k_r, 1.0, 1e-4);
 
+  // mu0 alone: all of k_r is the Franck-Condon part, the same as above.
+  write_file("mu0.dat", "0  1.0 0.0 0.0\n");
+  const Result fc = rate("--radiative --dipole mu0.dat ic.inp");
+  EXPECT_NE(fc.out.find("\nk_r = 2.3127"), std::string::npos) << fc.out;
+  EXPECT_NE(fc.out.find("  Franck-Condon:   2.3127"), std::string::npos) << fc.out;
+
   const Result y = rate("--yield --refractive-index 1.33 ic.inp");
   ASSERT_EQ(y.status, 0) << y.err;
   EXPECT_NE(y.out.find("Phi_F = "), std::string::npos) << y.out;
@@ -328,9 +334,11 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
   const Result r = rate("--isc --soc 1 cm-1 --temps 77,300 ic.inp");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.err, "");
+  // The closed form (Bessel weights of the accepting mode): 5.1199487e8 s-1 at 300 K, 5.1196424e8
+  // at 77 K.
   for (const char* line :
        {"\nk_ISC = 5.119949e+08 s-1\n", "\n|V|^2 = 1.000000e+00 cm-2 = 2.076019e-11 au^2\n",
-        "\n     300.000  5.119949e+08"})
+        "\n     300.000  5.119949e+08", "\n      77.000  5.119642e+08"})
     EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
   EXPECT_FALSE(private_dirs_left());
   EXPECT_EQ(listing(),
@@ -339,7 +347,10 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
   // The scan: every gap of ead -/+ 1 eV, uphill ones from the reverse crossing.
   const std::string scan = read_file("ft.dat.isc");
   EXPECT_EQ(lines(scan), 1 + 201);
-  EXPECT_NE(scan.find("\n  3.00000000e+03   3.71952"), std::string::npos);
+  std::istringstream at_ead(scan.substr(scan.find("\n  3.00000000e+03   3.71952")));
+  double cm = 0, ev = 0, k_au = 0, k_s = 0;
+  at_ead >> cm >> ev >> k_au >> k_s;
+  EXPECT_NEAR(k_s / 5.1199487e8, 1.0, 1e-7);
   EXPECT_EQ(lines(read_file("ft.dat.isc.temps")), 1 + 2);
 
   // Uphill, the three sublevels (one complex) averaged: |V|^2 = (0.25 + 0.5 + 0.25)/3 cm-2.
@@ -366,6 +377,14 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
                            "\nmodes: 1 modes lend the coupling", "  mode    2     700.00 cm-1"})
     EXPECT_NE(ht.out.find(line), std::string::npos) << line << "\n" << ht.out;
   EXPECT_TRUE(testing::exists("ft.dat.isc.modes"));
+  // The same file in au: the same rate, derivatives included.
+  const double cm_au = 1.0 / au2cm;
+  write_file("soc-au.dat", printed("0  %.10e:%.10e 0 0  au\n2  0 0 %.10e:%.10e\n", 0.6 * cm_au,
+                                   0.8 * cm_au, 10.0 * cm_au, 3.0 * cm_au));
+  const Result au = rate("--isc --soc-file soc-au.dat ic.inp");
+  const std::size_t k_at = ht.out.find("\nk_ISC = ");
+  ASSERT_NE(k_at, std::string::npos);
+  EXPECT_NE(au.out.find(ht.out.substr(k_at, 24)), std::string::npos) << au.out;
 
   // The yield with k_ISC from the crossing's own block in its denominator.
   text = read_file("ic.inp");
@@ -393,6 +412,7 @@ TEST(RateCommand, IntersystemCrossingAtGapsOfEitherSign) {
       {"--isc --soc 1 up.inp", "--soc 1 up.inp: expected the unit cm-1, eV or au"},
       {"--isc --soc 1,x,2 cm-1 up.inp", "expected a number or a complex number re:im, found 'x'"},
       {"--isc --soc 1,2 eV up.inp", "expected one value (summed over the sublevels) or three"},
+      {"--isc --soc -1 eV up.inp", "a number of 0 or more, found '-1'"},
       {"--isc --soc 0,0:0,0 au up.inp", "expected a spin-orbit coupling that is not zero"},
       {"--isc --soc 1 cm-1 --spin triplet-singlet up.inp", "a factor 3 apart"},
       {"--isc --soc 1 cm-1 --spin triplets up.inp", "--spin triplets: expected singlet-triplet"},

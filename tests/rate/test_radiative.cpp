@@ -165,6 +165,8 @@ TEST(DipoleFile, ReadsUnitsAndModesAndNamesTheBadLine) {
       {{"0 1 0 0 hartree"}, "line 1: expected the unit 'au' or 'debye'"},
       {{"0 1 0 0", "x 1 2 3"}, "line 2: expected an integer and three finite numbers"},
       {{"0 1 0 0", "7 1 nan 3"}, "line 2: expected an integer and three finite numbers"},
+      {{"0 1 0 0", "7 1 2.5x 3"}, "line 2: expected an integer and three finite numbers"},
+      {{"0 1 0 0", "7.5 1 2 3"}, "line 2: expected an integer and three finite numbers"},
       {{"0 1 0 0", "7 1 2 3", "#", "7 0 0 1"},
        "line 4: expected each mode once; mode 7 is listed on line 2"},
       {{"0 1 0 0", "7 1 2 3 4"}, "line 2: expected a mode number and three numbers"},
