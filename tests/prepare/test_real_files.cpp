@@ -115,6 +115,8 @@ TEST(RealFiles, AtomsOfOneElementNumberedDifferently) {
   cycle[hydrogens[1]] = hydrogens[0];
   QcState swapped = s1;
   renumber_atoms(swapped, cycle);
+  for (int i = 0; i < 51; ++i)  // each atom keeps its own gradient
+    EXPECT_EQ(swapped.gradient[i], s1.gradient[3 * cycle[i / 3] + i % 3]);
   const AtomMatch back =
       match_atoms(s0.mass, s0.atomic_number, s0.x, swapped.atomic_number, swapped.x);
   EXPECT_GT(back.rms_before, 1.0);

@@ -192,6 +192,11 @@ TEST(Contour, EstimatedErrorBoundsTheTrueOne) {
     EXPECT_LE(std::fabs(r.rates[i].rate / want_i - 1.0), r.rates[i].error) << i;
     EXPECT_LE(r.rates[i].error, 1e-4) << i;
   }
+  // A neighbour 1 cm-1 away leaves the step and the window to the first gap's own accuracy.
+  const double pair[2] = {gap, gap + 1.0 / au2cm};
+  const GapRate near = contour_rates(ctx, {sigma, 1e-9, 1e-4}, pair).rates[0];
+  EXPECT_LE(near.error, 1e-9);
+  EXPECT_NEAR(near.rate / want, 1.0, 1e-8);
   // So hot that the strip ends within the first probe below t = 0 (beta < 1/(2 w_max)): the
   // saddle point is found from the side above.
   const std::vector<double> hot = released(kMolecule, 10000.0, 1200);
