@@ -34,8 +34,8 @@ const char* const kPrepareUsage =
     "                      [--temp K] [--fwhm VALUE cm-1|eV|au] [--out DIR] [--force]\n"
     "                      [--keep-order] [--drop-ghosts]\n"
     "                      [--coordinates cartesian|internal] [--model ah|vh|vg]\n"
-    "                      [--gradient FILE] [--drop-below FREQ cm-1] [--dipole-from FILE] "
-    "[--dipole-root N]\n"
+    "                      [--gradient FILE] [--drop-below FREQ cm-1]\n"
+    "                      [--dipole-from FILE] [--dipole-root N]\n"
     "                      [--soc-from FILE TRIPLET SINGLET]\n";
 
 constexpr double kFwhmCm = 200.0;  // Gaussian broadening written for the rate, cm-1
