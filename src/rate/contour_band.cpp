@@ -183,18 +183,18 @@ void Band::integrate(std::span<const double> gaps, std::span<const double> tols,
   std::vector<double> error(gaps.size(), kInf);
   std::vector<Sums> fine(gaps.size());
   for (;;) {
-    double smallest = kInf;
+    double allowed = kInf;  // the smallest error asked for, relative to the integrand at s = 0
     for (std::size_t g = 0; g < gaps.size(); ++g) {
       fine[g] = sums(gaps[g], levels_);
       const double cancellation = 1e-15 * fine[g].magnitude / std::fabs(fine[g].sum);
       if (g > 0 && !(cancellation <= 0.1 * tols[g])) rejected_[g] = true;
-      if (!rejected_[g]) smallest = std::min(smallest, tols[g] * std::fabs(h_ * fine[g].sum));
+      if (!rejected_[g]) allowed = std::min(allowed, tols[g] * std::fabs(h_ * fine[g].sum));
     }
     // The window, checked against the rates found: widened where it is too short.
-    if (relative_tail(static_cast<double>(count) * h_) > 0.2 * smallest && count < kMaxPoints) {
+    if (relative_tail(static_cast<double>(count) * h_) > 0.2 * allowed && count < kMaxPoints) {
       const std::int64_t wider = std::min(
           kMaxPoints,
-          std::max(count + 1, static_cast<std::int64_t>(std::ceil(window_for(smallest) / h_))));
+          std::max(count + 1, static_cast<std::int64_t>(std::ceil(window_for(allowed) / h_))));
       // Each new point belongs to the coarsest level whose grid holds it.
       std::vector<std::vector<double>> by_level(static_cast<std::size_t>(levels_) + 1);
       for (std::int64_t k = count + 1; k <= wider; ++k) {
