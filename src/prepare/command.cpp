@@ -465,9 +465,7 @@ void take_gradient(QcState& ini, const QcState& g) {
   if (g.atomic_number != ini.atomic_number)
     throw IoError(g.file, 0,
                   "expected the gradient of the atoms of " + ini.file + ", in its order");
-  double sum = 0.0;
-  for (std::size_t i = 0; i < ini.x.size(); ++i) sum += (g.x[i] - ini.x[i]) * (g.x[i] - ini.x[i]);
-  const double rms = std::sqrt(sum / ini.natoms());
+  const double rms = rms_distance(g.x, ini.x);
   if (!(rms <= kVerticalGeometryBohr))
     throw IoError(g.file, 0,
                   printed("expected the gradient at the geometry of %s: the two are %.3g bohr "

@@ -280,6 +280,11 @@ std::vector<double> internal_difference(const InternalSet& set, const std::vecto
   return ds;
 }
 
+double bond_turn(const Primitive& p, const std::vector<double>& x1, const std::vector<double>& x2) {
+  const V3 u = at(x1, p.b) - at(x1, p.a), v = at(x2, p.b) - at(x2, p.a);
+  return std::atan2(norm(cross(u, v)), dot(u, v));
+}
+
 Matrix<double> wilson_b(const InternalSet& set, const std::vector<double>& x) {
   Mat b(static_cast<int>(set.prims.size()), static_cast<int>(x.size()));
   for (std::size_t k = 0; k < set.prims.size(); ++k) {

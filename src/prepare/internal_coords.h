@@ -63,6 +63,8 @@ double primitive_value(const Primitive& p, const std::vector<double>& x);
 // s(x1) - s(x2), dihedral differences wrapped into (-pi, pi].
 std::vector<double> internal_difference(const InternalSet& set, const std::vector<double>& x1,
                                         const std::vector<double>& x2);
+// The angle (radians, 0 .. pi) between the directions of bond p at x1 and at x2 (one frame).
+double bond_turn(const Primitive& p, const std::vector<double>& x1, const std::vector<double>& x2);
 // Wilson's B matrix ds/dx (primitives x 3N) at x.
 Matrix<double> wilson_b(const InternalSet& set, const std::vector<double>& x);
 // 'O2-H3 bond', 'H1-O2-O3 angle', 'H1-O2-O3-H4 dihedral', 'C1-C2-C3 linear bend' (1-based).

@@ -70,15 +70,7 @@ void compare_frames(const PrepareResult& r, const Curvilinear& c, const std::vec
     }
   for (const Primitive& p : c.set.prims) {
     if (p.kind != PrimitiveKind::bond) continue;
-    double u[3], v[3];
-    for (int k = 0; k < 3; ++k) {
-      u[k] = r.x1[3 * p.b + k] - r.x1[3 * p.a + k];
-      v[k] = r.x2[3 * p.b + k] - r.x2[3 * p.a + k];
-    }
-    const double cx = u[1] * v[2] - u[2] * v[1], cy = u[2] * v[0] - u[0] * v[2],
-                 cz = u[0] * v[1] - u[1] * v[0];
-    const double turn =
-        std::atan2(std::sqrt(cx * cx + cy * cy + cz * cz), u[0] * v[0] + u[1] * v[1] + u[2] * v[2]);
+    const double turn = bond_turn(p, r.x1, r.x2);
     if (turn > rep.turn) {
       rep.turn = turn;
       rep.turn_label = primitive_label(p, z);

@@ -53,12 +53,6 @@ void fix_sign(Mat& l, int col) {
 
 double signed_root(double w) { return w < 0 ? -std::sqrt(-w) : std::sqrt(w); }
 
-double rms_distance(const std::vector<double>& a, const std::vector<double>& b) {
-  double s = 0.0;
-  for (std::size_t i = 0; i < a.size(); ++i) s += (a[i] - b[i]) * (a[i] - b[i]);
-  return std::sqrt(s / static_cast<double>(a.size() / 3));
-}
-
 // Largest gradient component, and how far the gradient along the modes puts the minimum away
 // from the file's geometry: |g_k| / w_k^2 for the vibrations above 20 cm-1.
 void gradient_checks(const std::vector<double>& g, const std::vector<double>& m,
@@ -405,6 +399,12 @@ PrepareResult prepare_pair(const QcState& fin, const QcState& ini, const NacInpu
     r.rif = mul(l1, true, g);
   }
   return r;
+}
+
+double rms_distance(const std::vector<double>& a, const std::vector<double>& b) {
+  double s = 0.0;
+  for (std::size_t i = 0; i < a.size(); ++i) s += (a[i] - b[i]) * (a[i] - b[i]);
+  return std::sqrt(s / static_cast<double>(a.size() / 3));
 }
 
 std::string mode_name(int k, const NormalModes& modes) {

@@ -47,6 +47,9 @@ double inertia_ratio(const std::vector<double>& m, const std::vector<double>& x)
 // x (3N x 6; the rotations orthonormalised symmetrically). The molecule must not be linear.
 Matrix<double> external_basis(const std::vector<double>& m, const std::vector<double>& x);
 
+// The root-mean-square distance between the atoms of two 3N geometries (bohr), not aligned.
+double rms_distance(const std::vector<double>& a, const std::vector<double>& b);
+
 // "mode 3 (248.85 cm-1)" for column k (1-based, 7 .. 3N) of the modes: the run numbers the
 // vibrations alone, 1 .. 3N-6 (its `mode =`, its log, `rate --modes`), while the 3N-long
 // quantities here have the translations and rotations first.
