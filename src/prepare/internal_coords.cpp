@@ -46,9 +46,11 @@ V3 at(const std::vector<double>& x, int i) { return {x[3 * i], x[3 * i + 1], x[3
 
 double distance(const std::vector<double>& x, int i, int j) { return norm(at(x, i) - at(x, j)); }
 
+// The angle between two directions, 0 .. pi, accurate near both ends.
+double between(V3 u, V3 v) { return std::atan2(norm(cross(u, v)), dot(u, v)); }
+
 double angle(const std::vector<double>& x, int a, int b, int c) {
-  const V3 u = at(x, a) - at(x, b), v = at(x, c) - at(x, b);
-  return std::atan2(norm(cross(u, v)), dot(u, v));
+  return between(at(x, a) - at(x, b), at(x, c) - at(x, b));
 }
 
 // Wrapped into (-pi, pi].
@@ -281,8 +283,7 @@ std::vector<double> internal_difference(const InternalSet& set, const std::vecto
 }
 
 double bond_turn(const Primitive& p, const std::vector<double>& x1, const std::vector<double>& x2) {
-  const V3 u = at(x1, p.b) - at(x1, p.a), v = at(x2, p.b) - at(x2, p.a);
-  return std::atan2(norm(cross(u, v)), dot(u, v));
+  return between(at(x1, p.b) - at(x1, p.a), at(x2, p.b) - at(x2, p.a));
 }
 
 Matrix<double> wilson_b(const InternalSet& set, const std::vector<double>& x) {
